@@ -1,0 +1,24 @@
+# Third-party dependencies. All come from Debian packages that scripts/setup.sh
+# installs, except V8, which setup.sh unpacks into .deps/v8.
+
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(LUAJIT REQUIRED IMPORTED_TARGET luajit)
+pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
+find_package(CURL REQUIRED)
+find_package(Threads REQUIRED)
+find_package(GTest REQUIRED)
+find_package(benchmark REQUIRED)
+
+set(V8_ROOT ${PROJECT_SOURCE_DIR}/.deps/v8/usr CACHE PATH "unpacked libnode108/libnode-dev")
+set(V8_LIBDIR ${V8_ROOT}/lib/x86_64-linux-gnu)
+if(NOT EXISTS ${V8_ROOT}/include/node/v8.h OR NOT EXISTS ${V8_LIBDIR}/libnode.so.108)
+  message(FATAL_ERROR "V8 not found under ${V8_ROOT}: run scripts/setup.sh first")
+endif()
+add_library(v8 SHARED IMPORTED GLOBAL)
+set_target_properties(v8 PROPERTIES
+  IMPORTED_LOCATION ${V8_LIBDIR}/libnode.so.108
+  IMPORTED_SONAME libnode.so.108
+  INTERFACE_INCLUDE_DIRECTORIES ${V8_ROOT}/include/node)
+# The unpacked library is not on the loader's path: every binary that links V8
+# carries the folder in its run path.
+set(CMAKE_BUILD_RPATH ${V8_LIBDIR})

@@ -1,0 +1,68 @@
+// The log call of the library.
+//
+// create_log_msg gives a counted message, or an empty handle when the line is
+// not wanted. The caller appends to a message; the line is delivered when the
+// last reference goes. An empty handle means: write nothing and go on. A log
+// line never fails its caller.
+//
+//   VELK_LOG(2, "ifcreg") << "key refused: " << key;
+//
+// Levels run from -1 (decide from the text) to 6; source is a short name.
+// Until the logger is in place a message is written to the console at its
+// last release, with the prefix of its level.
+#pragma once
+
+#include "comm/iref.h"
+#include "comm/policy_base.h"
+#include "comm/token.h"
+
+#include <cstdint>
+#include <string>
+
+namespace velk {
+
+class logmsg : public counted_base
+{
+public:
+    logmsg(int32_t type, const tokenhash& source) : _type(type), _source(source) {}
+
+    logmsg& operator<<(const token& t) { _text.append(t.ptr(), t.lens()); return *this; }
+    logmsg& operator<<(char c) { _text += c; return *this; }
+    logmsg& operator<<(int64_t v);
+    logmsg& operator<<(uint64_t v);
+    logmsg& operator<<(int32_t v) { return *this << static_cast<int64_t>(v); }
+    logmsg& operator<<(uint32_t v) { return *this << static_cast<uint64_t>(v); }
+
+    int32_t type() const { return _type; }
+    const tokenhash& source() const { return _source; }
+    token text() const { return token(_text.data(), _text.size()); }
+
+protected:
+    // Delivery happens here, at the last release.
+    void release_hook() override;
+
+private:
+    int32_t _type;
+    tokenhash _source;
+    std::string _text;
+};
+
+using log_ref = iref<logmsg>;
+
+// What makes messages instead of the console default; null restores the default.
+using log_hook_fn = log_ref (*)(int32_t type, const tokenhash& source, const void* context);
+void set_log_hook(log_hook_fn hook);
+
+// A new message of level type from source, or an empty handle. Never throws
+// for a refused line; std::bad_alloc when a message can't be allocated.
+log_ref create_log_msg(int32_t type, const tokenhash& source, const void* context);
+
+// The prefix of a level: "FATAL: " for 0 up to "PERF: " for 6; empty otherwise.
+token log_level_prefix(int32_t type);
+
+} // namespace velk
+
+#define VELK_LOG(type, source)                                                            \
+    if (::velk::log_ref velk_log_msg_ = ::velk::create_log_msg(type, source, nullptr); !velk_log_msg_) { \
+    } else                                                                                \
+        *velk_log_msg_

@@ -1,0 +1,46 @@
+// Platform seam of the locks, POSIX side: a recursive lock that spins on
+// try-lock up to its spin count before it blocks. Inline, because the
+// uncontended lock is on every table operation of the library.
+#pragma once
+
+#include <pthread.h>
+
+#include <cstdint>
+
+namespace velk::os {
+
+struct critical_section
+{
+    pthread_mutex_t mutex;
+    uint32_t spin_count;
+};
+
+inline void cs_init(critical_section& cs, uint32_t spin_count)
+{
+    pthread_mutexattr_t attr;
+    pthread_mutexattr_init(&attr);
+    pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutex_init(&cs.mutex, &attr);
+    pthread_mutexattr_destroy(&attr);
+    cs.spin_count = spin_count;
+}
+
+inline void cs_delete(critical_section& cs) { pthread_mutex_destroy(&cs.mutex); }
+
+inline bool cs_try_enter(critical_section& cs) { return pthread_mutex_trylock(&cs.mutex) == 0; }
+
+inline void cs_enter(critical_section& cs)
+{
+    if (cs_try_enter(cs))
+        return;
+    for (uint32_t i = 0; i < cs.spin_count; ++i) {
+        __builtin_ia32_pause();
+        if (cs_try_enter(cs))
+            return;
+    }
+    pthread_mutex_lock(&cs.mutex);
+}
+
+inline void cs_leave(critical_section& cs) { pthread_mutex_unlock(&cs.mutex); }
+
+} // namespace velk::os

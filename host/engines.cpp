@@ -1,0 +1,26 @@
+#include "host/engines.h"
+
+#include <lua.hpp>
+#include <v8.h>
+
+namespace host {
+
+std::string v8_version()
+{
+    return v8::V8::GetVersion();
+}
+
+std::string luajit_version()
+{
+    lua_State* L = luaL_newstate();
+    if (!L)
+        return "unknown (no Lua state)";
+    luaL_openlibs(L);
+    std::string version = "unknown";
+    if (luaL_dostring(L, "return jit.version") == 0 && lua_isstring(L, -1))
+        version = lua_tostring(L, -1);
+    lua_close(L);
+    return version;
+}
+
+} // namespace host

@@ -1,0 +1,80 @@
+// xt::hostprobe_plugin: the scriptable interface of this module, its native
+// dispatcher, the method table and the two native creators.
+//
+// Generated shape: the interface class answers the identity slots and calls
+// through the method table; the dispatcher binds a native object and the
+// table; the creators make or reuse a dispatcher and bind it.
+#pragma once
+
+#include "interface/stubsmith_interface.h"
+
+#include <cstdint>
+
+namespace xt {
+
+class hostprobe_plugin : public velk::stubsmith_interface
+{
+public:
+    static constexpr uint32_t hash = 0xCD59A835u;
+    // The host's own interface, known to this module by its hash only.
+    static constexpr uint32_t host_interface_hash = 0x38934D07u;
+
+    // Indices of the method table.
+    enum method_index : uint32_t { m_getMAC = 0, m_mersenne_twister = 1, m_testfunction = 2, method_count = 3 };
+
+    static const velk::tokenhash& name();
+
+    uint32_t interface_hash() const override { return hash; }
+    bool is_derived(int32_t h) const override { return static_cast<uint32_t>(h) == hash; }
+    const velk::tokenhash& interface_name() const override { return name(); }
+    velk::backend backend() const override { return velk::backend_native; }
+    velk::creator_fn wrapper_creator(velk::backend b) const override;
+    const velk::token& wrapper_key(velk::backend b) const override;
+
+    uint32_t mersenne_twister(uint32_t seed) const { return call_method<uint32_t>(m_mersenne_twister, seed); }
+    int32_t testfunction(int32_t x) const { return call_method<int32_t>(m_testfunction, x); }
+
+    // The module's table, allocated on the first request and never freed.
+    // Unguarded: two threads racing on the first use fill equal tables.
+    static velk::method_fn* get_method_table();
+};
+
+class hostprobe_plugin_dispatcher : public hostprobe_plugin
+{
+public:
+    ~hostprobe_plugin_dispatcher() override = default;
+
+    // Takes a counted reference to host and binds the module's table. Always true.
+    bool bind_host(velk::counted_base* host);
+
+    // Routes calls through a copy of the table for sink; instance_id must be
+    // below 255. The id and sink are shared by all dispatchers.
+    bool set_capture(void* sink, uint32_t instance_id) override;
+    // No method of this interface is captured: always throws velk::exception.
+    void dispatch_captured(uintptr_t, uintptr_t, uintptr_t) override;
+
+    // "xt::hostprobe_plugin.create@3445205045": makes a simplugin for host and
+    // binds it to instance, or to a new dispatcher when instance is null.
+    // out is null when host holds nothing. Throws std::bad_alloc.
+    static velk::iref<hostprobe_plugin>& native_creator(velk::iref<hostprobe_plugin>& out,
+                                                         hostprobe_plugin_dispatcher* instance,
+                                                         const velk::iref<velk::stubsmith_interface>& host);
+
+    // "xt::hostprobe_plugin@wrapper": binds an existing native object.
+    static velk::iref<hostprobe_plugin>& native_wrapper_creator(velk::iref<hostprobe_plugin>& out,
+                                                                 velk::counted_base* host,
+                                                                 hostprobe_plugin_dispatcher* instance);
+
+    static uint32_t capture_id() { return _capture_id; }
+    static void* capture_sink() { return _capture_sink; }
+
+private:
+    static velk::iref<hostprobe_plugin>& bind(velk::iref<hostprobe_plugin>& out, velk::counted_base* host,
+                                              hostprobe_plugin_dispatcher* instance);
+
+    static uint32_t _capture_id;
+    static void* _capture_sink;
+    static velk::method_fn* _capture_table;
+};
+
+} // namespace xt
