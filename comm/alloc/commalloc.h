@@ -1,20 +1,70 @@
-// Single-object memory of the library: global_alloc and global_release.
+// The allocation front end: array blocks with their count word, and single
+// objects.
 //
-// Every counted object and every small private block of the library comes from
-// here. The block source is the one seam the memory spaces will take over;
-// until then it is the runtime's allocator.
+// Array blocks (comm_array_allocator) carry their element count in a 64-bit
+// word in front of the first element; callers hold the address of element 0
+// (the array pointer), which is 16-byte aligned. The capacity is never stored:
+// it follows from the allocator's usable size. Single objects come from
+// global_alloc. The two kinds are never mixed at a call site. Every failed
+// allocation is std::bad_alloc, except a reserved block that cannot grow.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace velk {
 
+// Handle of a memory space; null names the default space of the call.
+using mspace = void*;
+
 // A block of at least size bytes, or null when memory is exhausted. Callers
 // check the result and throw std::bad_alloc themselves, so that every site
-// behaves as a throwing allocation. Never mix with the array allocator.
+// behaves as a throwing allocation.
 void* global_alloc(size_t size);
 
 // Gives back a block of global_alloc; null is allowed and does nothing.
 void global_release(void* p);
+
+class comm_array_allocator
+{
+public:
+    // A block of count elements of elem_size bytes, count stored in its
+    // header. Never null: throws std::bad_alloc. No overflow check.
+    static void* alloc(uint64_t count, uint64_t elem_size, mspace space = nullptr);
+
+    // Resizes p (null: as alloc). A block stays in the space that owns it;
+    // space is used only for a null p. Stores count on every path. Throws
+    // std::bad_alloc when a block can't move (p stays valid); returns null
+    // only for a reserved block that can't grow in place.
+    static void* realloc(void* p, uint64_t count, uint64_t elem_size, mspace space = nullptr);
+
+    // Releases a block from any space and any thread; p must not be null.
+    static void free(void* p);
+
+    // Usable bytes behind the array pointer, or 0 for null.
+    static uint64_t size(const void* p);
+
+    // The count word, or 0 for null.
+    static uint64_t count(const void* p) { return p ? static_cast<const uint64_t*>(p)[-1] : 0; }
+    static void set_count(void* p, uint64_t n) { static_cast<uint64_t*>(p)[-1] = n; }
+
+    // The typed forms: count in elements of T.
+    template <class T>
+    static T* alloc(uint64_t count, mspace space = nullptr)
+    {
+        return static_cast<T*>(alloc(count, sizeof(T), space));
+    }
+    template <class T>
+    static T* realloc(T* p, uint64_t count, mspace space = nullptr)
+    {
+        return static_cast<T*>(realloc(static_cast<void*>(p), count, sizeof(T), space));
+    }
+    // How many elements of T fit in the block.
+    template <class T>
+    static uint64_t capacity(const T* p)
+    {
+        return size(p) / sizeof(T);
+    }
+};
 
 } // namespace velk
