@@ -1,9 +1,14 @@
 #!/usr/bin/env bash
-# The test job: set up, build, run the whole suite through CTest, then run every
-# benchmark once with a minimal time so that none of them can rot.
+# The test job: set up, build, run every benchmark once with a minimal time so
+# that none of them can rot, run the whole suite through CTest, then build the
+# suite again with AddressSanitizer and UndefinedBehaviorSanitizer and run it
+# there too. Any failure or sanitizer report fails the job.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+jobs=$(nproc)
 "$root/scripts/setup.sh"
+
+echo "== build"
 "$root/scripts/build.sh" release
 
 echo "== benchmarks (one short pass each)"
@@ -12,5 +17,12 @@ for b in "$root"/build/release/bench/*_bench; do
 done
 
 echo "== tests"
-cd "$root/build/release"
-ctest --output-on-failure -j"$(nproc)" --timeout 600
+(cd "$root/build/release" && ctest --output-on-failure -j"$jobs" --timeout 600 | grep -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed)')
+
+echo "== build with sanitizers"
+"$root/scripts/build.sh" sanitize -DVELK_SANITIZE=ON
+
+echo "== tests with sanitizers"
+cd "$root/build/sanitize"
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  ctest --output-on-failure -j"$jobs" --timeout 900 | grep -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed)'
