@@ -1,0 +1,142 @@
+// A probe module: built twice, as two plug-ins that each link their own copy
+// of velk, and loaded by the cross-module tests. PROBE_TAG tells the builds
+// apart in what they record.
+#include "tests/interface/singleton_probe.h"
+
+#include "comm/os/module.h"
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+
+#ifndef PROBE_TAG
+#error "PROBE_TAG names the build of the probe module: 'A' or 'B'"
+#endif
+
+namespace velk::testing {
+
+// One class, registered by its run-time type name from both builds.
+struct probe_typed : probe_instance
+{
+};
+
+} // namespace velk::testing
+
+namespace {
+
+using velk::testing::probe_instance;
+using velk::testing::probe_typed;
+
+int create_count = 0;
+int* local_destroy_counter = nullptr;
+probe_instance* the_local = nullptr;
+
+void* create_probe()
+{
+    ++create_count;
+    auto* p = new probe_instance;
+    p->created_by = PROBE_TAG;
+    return p;
+}
+
+void destroy_probe(void* p) { delete static_cast<probe_instance*>(p); }
+
+void init_probe(void* p)
+{
+    auto* instance = static_cast<probe_instance*>(p);
+    ++instance->inits;
+    instance->last_init_by = PROBE_TAG;
+}
+
+void destroy_local_probe(void* p)
+{
+    if (local_destroy_counter)
+        ++*local_destroy_counter;
+    destroy_probe(p);
+}
+
+// The exit function that the site owning the_local enrols: it runs when the
+// module is unloaded.
+void remove_local()
+{
+    if (the_local)
+        velk::remove_singleton(the_local);
+    the_local = nullptr;
+}
+
+probe_instance* shared_instance(const char* type_name)
+{
+    return static_cast<probe_instance*>(velk::register_singleton(
+        &create_probe, &destroy_probe, &init_probe, type_name, __FILE__, __LINE__, false));
+}
+
+probe_instance* typed_shared_instance()
+{
+    return velk::register_singleton_of<probe_typed>(false, __FILE__, __LINE__, &init_probe);
+}
+
+probe_instance* local_instance()
+{
+    if (!the_local) {
+        the_local = static_cast<probe_instance*>(velk::register_singleton(
+            &create_probe, &destroy_local_probe, nullptr, "probe_local", __FILE__, __LINE__, true));
+        std::atexit(&remove_local);
+    }
+    return the_local;
+}
+
+probe_instance* fresh_local_instance()
+{
+    return static_cast<probe_instance*>(velk::register_singleton(
+        &create_probe, &destroy_probe, nullptr, "probe_fresh", __FILE__, __LINE__, true));
+}
+
+void remove(probe_instance* instance) { velk::remove_singleton(instance); }
+
+int creates() { return create_count; }
+
+void watch_local_destroy(int* counter) { local_destroy_counter = counter; }
+
+velk::global_singleton_manager* process_manager() { return &velk::process_singleton_manager(); }
+
+velk::global_singleton_manager* own_shared_manager() { return &velk::own_shared_singleton_manager(); }
+
+// Through the exported name, as any caller inside the module would write it.
+velk::global_singleton_manager* registrar_by_name() { return sglo_registrar(); }
+
+void* main_program_symbol(const char* name) { return velk::os::main_program_symbol(name); }
+
+// dlsym judges the search scope by its caller, which must be this module and
+// not, through a tail call, the test program: the barrier keeps the call.
+void* default_lookup(const char* name)
+{
+    void* sym = dlsym(RTLD_DEFAULT, name);
+    asm volatile("" : : "r"(sym) : "memory");
+    return sym;
+}
+
+uint64_t module_handle() { return velk::os::module_handle_of(reinterpret_cast<const void*>(&create_probe)); }
+
+const char* module_file() { return velk::os::module_file_of(reinterpret_cast<const void*>(&create_probe)); }
+
+constexpr velk::testing::singleton_probe probe = {
+    PROBE_TAG,
+    &shared_instance,
+    &typed_shared_instance,
+    &local_instance,
+    &fresh_local_instance,
+    &remove,
+    &creates,
+    &watch_local_destroy,
+    &process_manager,
+    &own_shared_manager,
+    &registrar_by_name,
+    &main_program_symbol,
+    &default_lookup,
+    &module_handle,
+    &module_file,
+};
+
+} // namespace
+
+extern "C" const velk::testing::singleton_probe* singleton_probe_table() { return &probe; }
