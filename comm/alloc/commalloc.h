@@ -25,6 +25,19 @@ void* global_alloc(size_t size);
 // Gives back a block of global_alloc; null is allowed and does nothing.
 void global_release(void* p);
 
+// Makes sure the array space exists. Long-lived containers call it in their
+// constructors, so that the space is made before them and outlives them.
+void comm_array_mspace_ensure();
+
+// What comm_array_allocator served; see set_observer.
+enum class array_request : uint8_t { alloc, realloc, resize_in_place, free };
+
+// Sees every served request: the kind, the resulting array pointer (the block
+// about to go for free, null for a refused resize in place), the count asked
+// for and the element size (0 for free). The count word already holds count.
+using array_request_observer = void (*)(array_request kind, void* p, uint64_t count,
+                                        uint64_t elem_size);
+
 class comm_array_allocator
 {
 public:
@@ -37,6 +50,11 @@ public:
     // std::bad_alloc when a block can't move (p stays valid); returns null
     // only for a reserved block that can't grow in place.
     static void* realloc(void* p, uint64_t count, uint64_t elem_size, mspace space = nullptr);
+
+    // Resizes p without moving it: true with count stored, false with p and
+    // its count unchanged when the block can't be resized where it lies. The
+    // contents are kept on success. p must not be null; never throws.
+    static bool resize_in_place(void* p, uint64_t count, uint64_t elem_size);
 
     // Releases a block from any space and any thread; p must not be null.
     static void free(void* p);
@@ -59,12 +77,21 @@ public:
     {
         return static_cast<T*>(realloc(static_cast<void*>(p), count, sizeof(T), space));
     }
+    template <class T>
+    static bool resize_in_place(T* p, uint64_t count)
+    {
+        return resize_in_place(static_cast<void*>(p), count, sizeof(T));
+    }
     // How many elements of T fit in the block.
     template <class T>
     static uint64_t capacity(const T* p)
     {
         return size(p) / sizeof(T);
     }
+
+    // Installs the observer of every request, for tests and allocation
+    // tracking; null removes it. Install it while no other thread allocates.
+    static void set_observer(array_request_observer fn);
 };
 
 } // namespace velk

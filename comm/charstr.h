@@ -1,0 +1,177 @@
+// charstr: the owning, growable, zero-terminated string of the library.
+//
+// One pointer wide: a dynarray of char whose count includes the terminating
+// zero, so a text of n > 0 characters has a count of n + 1 and byte n is 0.
+// Three states are empty and every operation accepts each of them: a null
+// buffer, a buffer with count 0 (kept after reset), and a buffer with count 1
+// (the terminator alone). Appends grow by half the count and keep the text;
+// assignment grows by doubling and does not keep it.
+//
+//   charstr path;
+//   path << root << '/' << name << ".log";
+//   open(path.c_str());
+//
+// Text goes into functions as token and out of them through charstr&. Any
+// operation that changes the string may move its buffer: tokens and pointers
+// taken from it are then invalid. A source text given to an assignment, an
+// append or an insert must not lie within the string itself.
+#pragma once
+
+#include "comm/dynarray.h"
+#include "comm/token.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+namespace velk {
+
+class charstr
+{
+public:
+    // Null: nothing allocated.
+    charstr() = default;
+
+    // A literal, measured by fix_literal_length; an empty one allocates nothing.
+    template <size_t N>
+    charstr(const char (&literal)[N]) { *this = token(literal); }
+
+    // len < 0: a zero-terminated text, measured by a scan (null stays empty).
+    // len of 0 or a null text leaves the string empty.
+    charstr(const char* text, int64_t len);
+
+    // An empty token leaves the string null.
+    explicit charstr(const token& t) { set(t.ptr(), t.lens()); }
+
+    // A buffer of exactly other's count; null when other's count is 0.
+    charstr(const charstr& other) = default;
+    charstr(charstr&& other) noexcept = default;
+
+    // Text: copied (see set); no text: reset. Throws std::bad_alloc.
+    charstr& operator=(const charstr& other);
+    // Takes other's buffer, this string's own is released; other becomes null.
+    charstr& operator=(charstr&& other) noexcept = default;
+    charstr& operator=(const token& t) { return set(t.ptr(), t.lens()); }
+    template <size_t N>
+    charstr& operator=(const char (&literal)[N]) { return *this = token(literal); }
+
+    // -- Reading ---------------------------------------------------------------
+
+    // The buffer, which may be null.
+    const char* ptr() const { return _buf.ptr(); }
+    char* ptr() { return _buf.ptr(); }
+    // One past the last character (the terminator's place); null for null.
+    const char* ptre() const { return ptr() ? ptr() + lens() : nullptr; }
+    // Never null: the static empty text when the count is 0.
+    const char* c_str() const { return count() ? ptr() : empty_text; }
+
+    // Characters without the terminator.
+    uint32_t lens() const
+    {
+        uint32_t c = count();
+        return c ? c - 1 : 0;
+    }
+    bool is_empty() const { return count() < 2; }
+
+    // (ptr, ptr + lens): null for a null string, empty for the other two.
+    operator token() const { return token(ptr(), ptre()); }
+
+    // Equal lengths and bytes; every empty form equals every empty text.
+    bool operator==(const token& t) const;
+    bool operator==(const charstr& s) const { return *this == token(s); }
+    template <size_t N>
+    bool operator==(const char (&literal)[N]) const { return *this == token(literal); }
+
+    // -- Assignment ------------------------------------------------------------
+
+    // Keeps the buffer: the first byte becomes 0 and the count 0.
+    void reset();
+
+    // The text [text, text + n): n of 0 is reset; else the array's alloc of
+    // n + 1, which does not keep the old text. Throws std::bad_alloc, and the
+    // old text may be gone by then.
+    charstr& set(const char* text, uint32_t n);
+
+    // -- Appends: each throws std::bad_alloc with the string unchanged ------------
+
+    // Room for n > 0 more characters, terminated behind them: the caller
+    // writes exactly n bytes at the result.
+    char* append_buffer(uint32_t n);
+
+    // Nothing for an empty token: an empty string keeps its form.
+    charstr& append(const token& t);
+    // A literal, measured by fix_literal_length.
+    template <size_t N>
+    charstr& append(const char (&literal)[N]) { return append(token(literal)); }
+    // A zero-terminated text; null is ignored.
+    template <class T, std::enable_if_t<std::is_same_v<T, const char*> || std::is_same_v<T, char*>, int> = 0>
+    charstr& append(T czstr) { return czstr ? append(token(czstr)) : *this; }
+    charstr& append(const charstr& s);
+    // A char of 0 is ignored.
+    charstr& append(char c);
+
+    // Decimal digits, "-" first for a negative value.
+    charstr& append_int(int64_t v);
+    charstr& append_uint(uint64_t v);
+
+    // nfrac < 0: exactly -nfrac decimals; nfrac > 0: at most nfrac, trailing
+    // zeros dropped but one kept. The text fits in width bytes (0: |nfrac| + 4),
+    // with fewer decimals or an exponent form when needed, or as "?"s.
+    charstr& append_float(double v, int32_t nfrac, uint32_t width = 0);
+
+    charstr& operator<<(const token& t) { return append(t); }
+    template <size_t N>
+    charstr& operator<<(const char (&literal)[N]) { return append(token(literal)); }
+    template <class T, std::enable_if_t<std::is_same_v<T, const char*> || std::is_same_v<T, char*>, int> = 0>
+    charstr& operator<<(T czstr) { return append(czstr); }
+    charstr& operator<<(const charstr& s) { return append(s); }
+    charstr& operator<<(char c) { return append(c); }
+    template <class I, std::enable_if_t<std::is_integral_v<I> && !std::is_same_v<I, char> && !std::is_same_v<I, bool>, int> = 0>
+    charstr& operator<<(I v)
+    {
+        if constexpr (std::is_signed_v<I>)
+            return append_int(v);
+        else
+            return append_uint(v);
+    }
+    charstr& operator<<(float v) { return append_float(v, 6); }
+    charstr& operator<<(double v) { return append_float(v, 10); }
+
+    // -- Editing ---------------------------------------------------------------
+
+    // Inserts t before pos; a negative pos counts from the end (-1: before the
+    // last character). False, nothing changed, for a pos beyond the text.
+    // Grows by the larger of the new count and twice the old. Throws
+    // std::bad_alloc with the string unchanged.
+    bool insert(int32_t pos, const token& t);
+
+    // Removes n characters from pos (negative: from the end). Nothing when
+    // pos + n runs past the text. Gives whether anything was removed.
+    bool del(int32_t pos, uint32_t n);
+
+    // n >= 0: cuts a longer text to n characters; otherwise keeps the length
+    // and writes a zero at the last byte (terminates an external fill).
+    // n < 0: removes -n characters from the end, or resets when that is all.
+    void resize(int32_t n);
+
+    // External fill: room for max characters, the last byte zeroed, the old
+    // text not kept. Follow with resize to the length written, or with
+    // correct_length. Throws std::bad_alloc.
+    char* alloc_buf(uint32_t max);
+    // Cuts the text at its first zero byte.
+    void correct_length();
+
+    void swap(charstr& other) noexcept { _buf.swap(other._buf); }
+
+private:
+    static constexpr char empty_text[1] = "";
+
+    uint32_t count() const { return _buf.size(); }
+
+    dynarray<char, uint32_t, comm_array_allocator> _buf;
+};
+
+template <>
+struct relocatable<charstr> : std::true_type {};
+
+} // namespace velk
