@@ -9,18 +9,6 @@ namespace {
 std::atomic<log_hook_fn> log_hook{nullptr};
 } // namespace
 
-logmsg& logmsg::operator<<(int64_t v)
-{
-    _text += std::to_string(v);
-    return *this;
-}
-
-logmsg& logmsg::operator<<(uint64_t v)
-{
-    _text += std::to_string(v);
-    return *this;
-}
-
 token log_level_prefix(int32_t type)
 {
     static const token prefixes[] = {"FATAL: ", "ERROR: ", "WARNING: ", "INFO: ",
@@ -30,15 +18,16 @@ token log_level_prefix(int32_t type)
 
 void logmsg::release_hook()
 {
-    token prefix = log_level_prefix(_type);
-    std::string line(prefix.begin(), prefix.end());
+    charstr line;
+    line << log_level_prefix(_type);
     if (!_source.is_empty())
-        line.append("[").append(_source.ptr(), _source.lens()).append("] ");
-    line += _text;
-    if (line.empty() || line.back() != '\n')
-        line += '\n';
-    fwrite(line.data(), 1, line.size(), stdout);
-    if (_text.size() && _text.back() == '\r')
+        line << '[' << _source << "] ";
+    line << _text;
+    bool synchronous = !_text.is_empty() && _text.ptr()[_text.lens() - 1] == '\r';
+    if (line.is_empty() || line.ptr()[line.lens() - 1] != '\n')
+        line << '\n';
+    fwrite(line.ptr(), 1, line.lens(), stdout);
+    if (synchronous)
         fflush(stdout);
     delete this;
 }

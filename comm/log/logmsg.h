@@ -12,12 +12,12 @@
 // last release, with the prefix of its level.
 #pragma once
 
+#include "comm/charstr.h"
 #include "comm/iref.h"
 #include "comm/policy_base.h"
 #include "comm/token.h"
 
 #include <cstdint>
-#include <string>
 
 namespace velk {
 
@@ -26,16 +26,17 @@ class logmsg : public counted_base
 public:
     logmsg(int32_t type, const tokenhash& source) : _type(type), _source(source) {}
 
-    logmsg& operator<<(const token& t) { _text.append(t.ptr(), t.lens()); return *this; }
-    logmsg& operator<<(char c) { _text += c; return *this; }
-    logmsg& operator<<(int64_t v);
-    logmsg& operator<<(uint64_t v);
-    logmsg& operator<<(int32_t v) { return *this << static_cast<int64_t>(v); }
-    logmsg& operator<<(uint32_t v) { return *this << static_cast<uint64_t>(v); }
+    // Appends whatever a charstr takes: text, characters, numbers.
+    template <class T>
+    logmsg& operator<<(const T& v)
+    {
+        _text << v;
+        return *this;
+    }
 
     int32_t type() const { return _type; }
     const tokenhash& source() const { return _source; }
-    token text() const { return token(_text.data(), _text.size()); }
+    token text() const { return _text; }
 
 protected:
     // Delivery happens here, at the last release.
@@ -44,7 +45,7 @@ protected:
 private:
     int32_t _type;
     tokenhash _source;
-    std::string _text;
+    charstr _text;
 };
 
 using log_ref = iref<logmsg>;
