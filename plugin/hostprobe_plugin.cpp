@@ -70,7 +70,7 @@ velk::method_fn* hostprobe_plugin::get_method_table()
 {
     if (!module_method_table) {
         velk::method_fn* t = alloc_table();
-        t[m_getMAC] = nullptr;
+        t[m_getMAC] = method_entry<&simplugin::getMAC>::fn();
         t[m_mersenne_twister] = method_entry<&simplugin::mersenne_twister>::fn();
         t[m_testfunction] = method_entry<&simplugin::testfunction>::fn();
         module_method_table = t;

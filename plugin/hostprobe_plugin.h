@@ -6,6 +6,7 @@
 // table; the creators make or reuse a dispatcher and bind it.
 #pragma once
 
+#include "comm/charstr.h"
 #include "interface/stubsmith_interface.h"
 
 #include <cstdint>
@@ -31,6 +32,8 @@ public:
     velk::creator_fn wrapper_creator(velk::backend b) const override;
     const velk::token& wrapper_key(velk::backend b) const override;
 
+    // The text of the machine's network adapters (see adapter_text).
+    velk::charstr getMAC() const { return call_method<velk::charstr>(m_getMAC); }
     uint32_t mersenne_twister(uint32_t seed) const { return call_method<uint32_t>(m_mersenne_twister, seed); }
     int32_t testfunction(int32_t x) const { return call_method<int32_t>(m_testfunction, x); }
 

@@ -1,7 +1,9 @@
 #include "plugin/simplugin.h"
 
 #include "comm/commassert.h"
+#include "plugin/adapter_text.h"
 #include "plugin/mersenne_twister.h"
+#include "plugin/os/adapters.h"
 
 namespace xt {
 
@@ -12,6 +14,11 @@ velk::iref<simplugin> simplugin::make(const velk::iref<velk::stubsmith_interface
         return {};
     }
     return velk::iref<simplugin>(new simplugin(host));
+}
+
+velk::charstr simplugin::getMAC()
+{
+    return query_adapter_text(&os::list_adapter_addresses);
 }
 
 uint32_t simplugin::mersenne_twister(uint32_t seed)

@@ -5,6 +5,7 @@
 // comes from the runtime's allocator, not from the global memory space.
 #pragma once
 
+#include "comm/charstr.h"
 #include "comm/iref.h"
 #include "comm/policy_base.h"
 #include "interface/stubsmith_interface.h"
@@ -24,6 +25,9 @@ public:
     // assertion check, which throws only when throwing assertions are on).
     static velk::iref<simplugin> make(const velk::iref<velk::stubsmith_interface>& host);
 
+    // The text of all network adapters' byte sums (see adapter_text); empty
+    // when the system lists none or the list fails. Throws std::bad_alloc.
+    velk::charstr getMAC();
     uint32_t mersenne_twister(uint32_t seed);
     int32_t testfunction(int32_t x);
 

@@ -4,6 +4,7 @@
 #include "comm/exception.h"
 #include "plugin/simplugin.h"
 #include "tests/plugin/host_interface_stub.h"
+#include "tests/plugin/sysfs_adapters.h"
 
 #include <gtest/gtest.h>
 
@@ -34,6 +35,20 @@ TEST(HostprobePlugin, TestfunctionDoublesWithWrap)
     EXPECT_EQ(p->testfunction(0x40000000), INT32_MIN);
     EXPECT_EQ(p->testfunction(-1), -2);
     EXPECT_EQ(p->testfunction(21), 42);
+}
+
+TEST(HostprobePlugin, GetMacOfThisMachineMatchesSysfs)
+{
+    velk::charstr text = create_plugin()->getMAC();
+    EXPECT_EQ(std::string(text.c_str()), xt::testing::sysfs_adapter_text(xt::testing::sysfs_adapters()));
+}
+
+TEST(HostprobePlugin, GetMacIsTheFirstEntryOfTheMethodTable)
+{
+    using entry = velk::charstr (*)(velk::counted_base*);
+    velk::iref<hostprobe_plugin> p = create_plugin();
+    velk::charstr direct = reinterpret_cast<entry>(hostprobe_plugin::get_method_table()[0])(p->host());
+    EXPECT_EQ(std::string(direct.c_str()), std::string(p->getMAC().c_str()));
 }
 
 TEST(HostprobePlugin, MersenneTwisterOfZero)
