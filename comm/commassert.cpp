@@ -1,11 +1,15 @@
-// The assertion handler and its two switches.
+// The assertion handler, its two switches, the detail holder and the
+// single-thread guard.
 #include "comm/commassert.h"
 
 #include "comm/exception.h"
 #include "comm/log/logmsg.h"
+#include "comm/os/thread_id.h"
 #include "comm/token.h"
+#include "comm/zstring.h"
 
-#include <cstdio>
+#include <cstdlib>
+#include <new>
 
 namespace velk {
 
@@ -15,70 +19,78 @@ uint8_t assert_break = 1;
 uint8_t assert_throw = 0;
 } // namespace
 
-assert_message::~assert_message() { delete _detail; }
+// -- assert_message ----------------------------------------------------------
 
-std::string& assert_message::text()
+assert_message::~assert_message()
 {
-    if (!_detail)
-        _detail = new std::string;
+    if (_detail) {
+        _detail->~zstring();
+        std::free(_detail);
+    }
+}
+
+// From the process heap rather than the library's memory: an assertion may
+// report trouble in that memory itself.
+zstring& assert_message::text()
+{
+    if (!_detail) {
+        void* block = std::malloc(sizeof(zstring));
+        if (!block)
+            throw std::bad_alloc();
+        _detail = new (block) zstring;
+    }
     return *_detail;
 }
 
-const std::string& assert_message::detail() const
-{
-    static const std::string none;
-    return _detail ? *_detail : none;
-}
+bool assert_message::has_detail() const { return _detail && !_detail->is_empty(); }
+
+token assert_message::detail() const { return _detail ? _detail->get_token() : token(); }
 
 assert_message& assert_message::operator<<(const char* czstr)
 {
     if (czstr)
-        text() += czstr;
+        text() << czstr;
     return *this;
 }
 
 assert_message& assert_message::operator<<(const token& t)
 {
-    text().append(t.ptr(), t.lens());
+    text() << t;
     return *this;
 }
 
 assert_message& assert_message::operator<<(char c)
 {
-    text() += c;
+    text().get_str() << c;
     return *this;
 }
 
 assert_message& assert_message::operator<<(int32_t v)
 {
-    text() += std::to_string(v);
+    text().get_str() << v;
     return *this;
 }
 
 assert_message& assert_message::operator<<(uint32_t v)
 {
-    text() += std::to_string(v);
+    text().get_str() << v;
     return *this;
 }
 
-static void append_fixed(std::string& out, double v, int decimals)
-{
-    char buf[64];
-    snprintf(buf, sizeof buf, "%.*f", decimals, v);
-    out += buf;
-}
-
+// Numbers are written as charstr writes them, so a detail reads as a log line would.
 assert_message& assert_message::operator<<(float v)
 {
-    append_fixed(text(), v, 6);
+    text().get_str().append_float(v, 6);
     return *this;
 }
 
 assert_message& assert_message::operator<<(double v)
 {
-    append_fixed(text(), v, 10);
+    text().get_str().append_float(v, 10);
     return *this;
 }
+
+// -- The handler ---------------------------------------------------------------
 
 uint8_t assert_report(const assert_message& message, const char* file, int32_t line,
                       const char* function, const char* expression, uint8_t carriage)
@@ -96,7 +108,7 @@ uint8_t assert_report(const assert_message& message, const char* file, int32_t l
             *msg << expression;
         *msg << '"';
         if (message.has_detail())
-            *msg << ": " << token(message.detail().data(), message.detail().size());
+            *msg << ": " << message.detail();
         if (carriage)
             *msg << '\r';
     }
@@ -112,6 +124,22 @@ void assert_throw_check()
 {
     if (assert_throw)
         throw exception("assertion failed");
+}
+
+// -- enter_single_thread -------------------------------------------------------
+
+// The place is fixed so that the report reads the same wherever the library
+// is built.
+enter_single_thread::enter_single_thread(uint32_t* tid_slot) : _tid(tid_slot)
+{
+    uint32_t t = os::current_thread_id();
+    if (!(*_tid == 0 || *_tid == t)) {
+        assert_message none;
+        if (assert_report(none, "comm/commassert", 52, "velk::enter_single_thread::enter_single_thread",
+                          "_tid == 0 || _tid == (uint)t", 1))
+            VELK_TRAP();
+    }
+    *_tid = t;
 }
 
 } // namespace velk

@@ -11,14 +11,16 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 namespace velk {
 
 class token;
+class zstring;
 
-// The optional detail of a failed assertion; allocated on first text only,
-// so a site without detail costs nothing.
+// The optional detail of a failed assertion. The zstring behind it is
+// allocated from the process heap on the first text only, so a site without
+// detail costs nothing; it is freed with the holder. Each << throws
+// std::bad_alloc when memory runs out.
 class assert_message
 {
 public:
@@ -27,6 +29,7 @@ public:
     assert_message(const assert_message&) = delete;
     assert_message& operator=(const assert_message&) = delete;
 
+    // A null text is ignored.
     assert_message& operator<<(const char* czstr);
     assert_message& operator<<(const token& t);
     assert_message& operator<<(char c);
@@ -35,12 +38,13 @@ public:
     assert_message& operator<<(float v);  // 6 decimals
     assert_message& operator<<(double v); // 10 decimals
 
-    bool has_detail() const { return _detail && !_detail->empty(); }
-    const std::string& detail() const;
+    bool has_detail() const;
+    // The detail so far; empty before the first text.
+    token detail() const;
 
 private:
-    std::string& text();
-    std::string* _detail = nullptr;
+    zstring& text();
+    zstring* _detail = nullptr;
 };
 
 // Reports a failed assertion through the log (level 1, empty source) and
@@ -58,6 +62,24 @@ uint8_t assert_get_throw();
 // The silent assertion: throws exception("assertion failed") when the
 // assert_throw switch is set, else returns.
 void assert_throw_check();
+
+// Detects, without preventing, two threads inside code that expects one.
+// The slot belongs to the guarded code and holds the id of the thread inside,
+// 0 for none. Entry on a thread other than the one in the slot is reported as
+// an assertion failure (a non-zero answer traps); either way the entering
+// thread then takes the slot. Leaving clears it, also from a nested entry.
+// The slot is read and written without atomics.
+class enter_single_thread
+{
+public:
+    explicit enter_single_thread(uint32_t* tid_slot);
+    ~enter_single_thread() { *_tid = 0; }
+    enter_single_thread(const enter_single_thread&) = delete;
+    enter_single_thread& operator=(const enter_single_thread&) = delete;
+
+private:
+    uint32_t* _tid;
+};
 
 } // namespace velk
 

@@ -22,6 +22,16 @@ public:
     uint32_t increment() { return ++_count; }
     // The value before the decrement.
     uint32_t decrement() { return _count--; }
+    // Adds one unless the count is 0: a counter that reached 0 stays there.
+    bool increment_if_not_zero()
+    {
+        uint32_t c = _count.load();
+        while (c != 0) {
+            if (_count.compare_exchange_weak(c, c + 1))
+                return true;
+        }
+        return false;
+    }
     uint32_t value() const { return _count.load(); }
 
 private:
@@ -42,6 +52,9 @@ public:
     virtual ~policy_base_() = default;
 
     void add_refcount() { _counter.increment(); }
+    // A reference taken from a holder that may be dying: false, and nothing
+    // changed, once the count has reached 0 (see ref::lock).
+    bool add_refcount_if_alive() { return _counter.increment_if_not_zero(); }
 
     // Drops one reference; the one that drops the last calls release_hook.
     void release_refcount()

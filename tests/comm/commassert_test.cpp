@@ -7,6 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <string>
+#include <thread>
+
 using velk::testing::log_capture;
 
 namespace {
@@ -175,4 +179,140 @@ TEST(LogCall, LevelPrefixes)
     EXPECT_TRUE(velk::log_level_prefix(6) == velk::token("PERF: "));
     EXPECT_TRUE(velk::log_level_prefix(7).is_empty());
     EXPECT_TRUE(velk::log_level_prefix(-1).is_empty());
+}
+
+// -- The detail holder ---------------------------------------------------------------
+
+TEST(AssertMessage, HasNoDetailBeforeText)
+{
+    velk::assert_message m;
+    EXPECT_FALSE(m.has_detail());
+    EXPECT_TRUE(m.detail().is_empty());
+}
+
+TEST(AssertMessage, EmptyTextGivesNoDetail)
+{
+    velk::assert_message m;
+    m << "";
+    EXPECT_FALSE(m.has_detail());
+}
+
+TEST(AssertMessage, NullTextIsIgnored)
+{
+    velk::assert_message m;
+    m << static_cast<const char*>(nullptr);
+    EXPECT_FALSE(m.has_detail());
+}
+
+TEST(AssertMessage, ZeroTerminatedTextIsCopied)
+{
+    char text[] = "copied";
+    velk::assert_message m;
+    m << static_cast<const char*>(text);
+    text[0] = 'X';
+    EXPECT_TRUE(m.detail() == velk::token("copied"));
+}
+
+TEST(AssertMessage, TokenAndCharAreAppended)
+{
+    velk::assert_message m;
+    m << velk::token("ab") << 'c';
+    EXPECT_TRUE(m.detail() == velk::token("abc"));
+}
+
+TEST(AssertMessage, SignedIntegerIsWrittenWithSign)
+{
+    velk::assert_message m;
+    m << int32_t(-2147483647 - 1);
+    EXPECT_TRUE(m.detail() == velk::token("-2147483648"));
+}
+
+TEST(AssertMessage, UnsignedIntegerIsWrittenInFull)
+{
+    velk::assert_message m;
+    m << uint32_t(4294967295u);
+    EXPECT_TRUE(m.detail() == velk::token("4294967295"));
+}
+
+TEST(AssertMessage, FloatKeepsSixDecimals)
+{
+    velk::assert_message m;
+    m << 0.1234567f;
+    EXPECT_TRUE(m.detail() == velk::token("0.123457")) << std::string(m.detail().ptr(), m.detail().lens());
+}
+
+TEST(AssertMessage, DoubleKeepsTenDecimals)
+{
+    velk::assert_message m;
+    m << 0.12345678901234;
+    EXPECT_TRUE(m.detail() == velk::token("0.123456789")) << std::string(m.detail().ptr(), m.detail().lens());
+}
+
+// -- The literal check with the break switch off ----------------------------------------
+
+TEST_F(Assertions, FailedLiteralCheckGoesOnWithoutTrapAndStillLogs)
+{
+    velk::assert_set_break(0);
+    char buf[8] = "abc"; // zeros behind the text: not a literal's shape
+    velk::token t(buf);
+    EXPECT_EQ(t.lens(), 3u);
+    EXPECT_EQ(log.lines().size(), 1u);
+}
+
+// -- enter_single_thread ------------------------------------------------------------
+
+namespace {
+const char single_thread_report[] =
+    "Assertion failed in commassert(52), function velk::enter_single_thread::enter_single_thread:\n"
+    "\"_tid == 0 || _tid == (uint)t\"\r";
+} // namespace
+
+TEST_F(Assertions, SingleThreadEntryTakesTheSlot)
+{
+    uint32_t slot = 0;
+    velk::enter_single_thread guard(&slot);
+    EXPECT_NE(slot, 0u);
+}
+
+TEST_F(Assertions, SingleThreadExitClearsTheSlot)
+{
+    uint32_t slot = 0;
+    {
+        velk::enter_single_thread guard(&slot);
+    }
+    EXPECT_EQ(slot, 0u);
+}
+
+TEST_F(Assertions, SingleThreadReentryOnSameThreadPasses)
+{
+    uint32_t slot = 0;
+    velk::enter_single_thread outer(&slot);
+    {
+        velk::enter_single_thread inner(&slot);
+    }
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(Assertions, SingleThreadEntryOfSecondThreadIsReported)
+{
+    velk::assert_set_break(0);
+    uint32_t slot = 0;
+    velk::enter_single_thread guard(&slot);
+    std::thread([&] { velk::enter_single_thread second(&slot); }).join();
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.lines()[0], single_thread_report);
+}
+
+TEST_F(Assertions, SingleThreadEntryOfSecondThreadTakesOverTheSlot)
+{
+    velk::assert_set_break(0);
+    uint32_t slot = 0;
+    velk::enter_single_thread guard(&slot);
+    uint32_t mine = slot, seen_inside = 0;
+    std::thread([&] {
+        velk::enter_single_thread second(&slot);
+        seen_inside = slot;
+    }).join();
+    EXPECT_NE(seen_inside, 0u);
+    EXPECT_NE(seen_inside, mine);
 }
