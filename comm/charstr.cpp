@@ -1,83 +1,12 @@
-// charstr: assignment, appends, editing and the number writers.
+// charstr: assignment, appends and editing; the numbers go to comm/txtconv.
 //
 // Every function here starts from the count, so that the three empty forms
 // (null, count 0, count 1) take the same paths: "count 0" covers null too.
 #include "comm/charstr.h"
 
-#include <charconv>
 #include <cstring>
 
 namespace velk {
-
-namespace {
-
-// Digits of m, the last one first, ending at end; gives the first digit.
-char* decimal_digits(uint64_t m, char* end)
-{
-    do {
-        *--end = static_cast<char>('0' + m % 10);
-        m /= 10;
-    } while (m);
-    return end;
-}
-
-// -- Float text ------------------------------------------------------------
-// A plain writer until the library has its own fitting float writer: fixed
-// form with as many of the asked decimals as fit, then an exponent form, then
-// "?"s. Never writes past room.
-
-// The longest fixed text: 309 integer digits, a sign, a point, the decimals.
-constexpr int max_decimals = 100;
-constexpr size_t scratch_size = 309 + 2 + max_decimals + 8;
-
-// Drops trailing zeros of a fraction, keeping one digit behind the point.
-size_t trim_fraction(const char* text, size_t len)
-{
-    const char* point = static_cast<const char*>(memchr(text, '.', len));
-    if (!point)
-        return len;
-    size_t keep = static_cast<size_t>(point - text) + 2;
-    while (len > keep && text[len - 1] == '0')
-        --len;
-    return len;
-}
-
-// Writes v in format with decimals from most down to 0, the first that fits.
-size_t write_fitting(char* out, size_t room, double v, std::chars_format format, int most, bool trim)
-{
-    char scratch[scratch_size];
-    for (int decimals = most; decimals >= 0; --decimals) {
-        auto [end, ec] = std::to_chars(scratch, scratch + scratch_size, v, format, decimals);
-        if (ec != std::errc())
-            continue;
-        size_t len = static_cast<size_t>(end - scratch);
-        if (trim && format == std::chars_format::fixed)
-            len = trim_fraction(scratch, len);
-        if (len <= room) {
-            memcpy(out, scratch, len);
-            return len;
-        }
-    }
-    return SIZE_MAX;
-}
-
-// Gives the number of bytes written, at most room.
-size_t write_float(char* out, size_t room, double v, int32_t nfrac)
-{
-    int64_t asked = nfrac < 0 ? -int64_t(nfrac) : nfrac;
-    int most = static_cast<int>(asked < max_decimals ? asked : max_decimals);
-    bool trim = nfrac > 0;
-    size_t len = write_fitting(out, room, v, std::chars_format::fixed, most, trim);
-    if (len == SIZE_MAX)
-        len = write_fitting(out, room, v, std::chars_format::scientific, most, false);
-    if (len == SIZE_MAX) {
-        memset(out, '?', room);
-        len = room;
-    }
-    return len;
-}
-
-} // namespace
 
 // -- Construction and assignment ---------------------------------------------
 
@@ -166,33 +95,79 @@ charstr& charstr::append(char c)
     return *this;
 }
 
-charstr& charstr::append_uint(uint64_t v)
+// -- Numbers and codes ---------------------------------------------------------
+
+charstr& charstr::append_int(int32_t v)
 {
-    char digits[20]; // 2^64 - 1 has 20 digits
-    char* end = digits + sizeof digits;
-    return append(token(decimal_digits(v, end), end));
+    charstrconv::append_dec(*this, v);
+    return *this;
 }
 
 charstr& charstr::append_int(int64_t v)
 {
-    char digits[20]; // 2^63 has 19 digits, and the sign
-    char* end = digits + sizeof digits;
-    // The magnitude in unsigned 64 bits: the most negative value has no positive.
-    uint64_t m = v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
-    char* first = decimal_digits(m, end);
-    if (v < 0)
-        *--first = '-';
-    return append(token(first, end));
+    charstrconv::append_dec(*this, v);
+    return *this;
 }
 
+charstr& charstr::append_uint(uint16_t v)
+{
+    charstrconv::append_dec(*this, v);
+    return *this;
+}
+
+charstr& charstr::append_uint(uint32_t v)
+{
+    charstrconv::append_dec(*this, v);
+    return *this;
+}
+
+charstr& charstr::append_uint(uint64_t v)
+{
+    charstrconv::append_dec(*this, v);
+    return *this;
+}
+
+uint32_t charstr::append_num(uint32_t radix, uint64_t magnitude, int32_t sign, uint32_t min_size, int32_t align)
+{
+    return charstrconv::append_num(*this, radix, magnitude, sign, min_size, align);
+}
+
+charstr& charstr::append_num_thousands(int64_t value, char separator, uint32_t min_size, int32_t align)
+{
+    charstrconv::append_num_thousands(*this, value, separator, min_size, align);
+    return *this;
+}
+
+charstr& charstr::append_num_metric(int64_t value, uint32_t width, int32_t align, char separator)
+{
+    charstrconv::append_num_metric(*this, value, width, align, separator);
+    return *this;
+}
+
+charstr& charstr::append_fill(uint32_t n, char c)
+{
+    charstrconv::append_fill(*this, n, c);
+    return *this;
+}
+
+// The span is cut back to the writer's end, as an offset from the buffer's
+// start; resize keeps the text before the span, whatever was written.
 charstr& charstr::append_float(double v, int32_t nfrac, uint32_t width)
 {
     uint32_t decimals = nfrac < 0 ? 0u - static_cast<uint32_t>(nfrac) : static_cast<uint32_t>(nfrac);
     uint32_t room = width ? width : decimals + 4;
-    uint32_t old = lens();
     char* p = append_buffer(room);
-    size_t written = write_float(p, room, v, nfrac);
-    resize(static_cast<int32_t>(old + written));
+    char* written = charstrconv::append_float(p, p + room, v, nfrac);
+    resize(static_cast<int32_t>(written - ptr()));
+    return *this;
+}
+
+charstr& charstr::append(const opcd& e)
+{
+    append(token(e.text()));
+    const char* info = e.info();
+    if (*info)
+        append(" : ").append(token(info));
     return *this;
 }
 

@@ -18,7 +18,9 @@
 #pragma once
 
 #include "comm/dynarray.h"
+#include "comm/opcd.h"
 #include "comm/token.h"
+#include "comm/txtconv.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -110,14 +112,37 @@ public:
     // A char of 0 is ignored.
     charstr& append(char c);
 
+    // -- Numbers: the writers of comm/txtconv ---------------------------
+
     // Decimal digits, "-" first for a negative value.
+    charstr& append_int(int32_t v);
     charstr& append_int(int64_t v);
+    charstr& append_uint(uint16_t v);
+    charstr& append_uint(uint32_t v);
     charstr& append_uint(uint64_t v);
 
+    // magnitude in radix 2 to 36, the sign (-1 "-", 0 none, 1 "+") first,
+    // padded to min_size by align (num_align). Gives the position, from the
+    // buffer's start, where the digits end. See charstrconv::append_num.
+    uint32_t append_num(uint32_t radix, uint64_t magnitude, int32_t sign, uint32_t min_size = 0,
+                        int32_t align = align_right);
+    // Groups of three digits with separator (0: none) between them.
+    charstr& append_num_thousands(int64_t value, char separator, uint32_t min_size = 0,
+                                  int32_t align = align_right);
+    // The value with a metric letter; see charstrconv::append_num_metric.
+    charstr& append_num_metric(int64_t value, uint32_t width, int32_t align, char separator);
+    // n copies of c.
+    charstr& append_fill(uint32_t n, char c);
+
     // nfrac < 0: exactly -nfrac decimals; nfrac > 0: at most nfrac, trailing
-    // zeros dropped but one kept. The text fits in width bytes (0: |nfrac| + 4),
-    // with fewer decimals or an exponent form when needed, or as "?"s.
+    // zeros dropped but one kept. The string grows by width bytes (0:
+    // |nfrac| + 4), the writer fills them without ever passing them, with
+    // fewer decimals, an exponent form, "!!!" or "?"s when the value needs
+    // more, and the string is cut back to what was written.
     charstr& append_float(double v, int32_t nfrac, uint32_t width = 0);
+
+    // The code's text, and " : " with the detail when it has one.
+    charstr& append(const opcd& e);
 
     charstr& operator<<(const token& t) { return append(t); }
     template <size_t N>
@@ -126,16 +151,25 @@ public:
     charstr& operator<<(T czstr) { return append(czstr); }
     charstr& operator<<(const charstr& s) { return append(s); }
     charstr& operator<<(char c) { return append(c); }
+    // Every integer type goes to the writer of its width: 32 bits and below
+    // (16 and below when unsigned), or 64 bits.
     template <class I, std::enable_if_t<std::is_integral_v<I> && !std::is_same_v<I, char> && !std::is_same_v<I, bool>, int> = 0>
     charstr& operator<<(I v)
     {
-        if constexpr (std::is_signed_v<I>)
-            return append_int(v);
+        if constexpr (std::is_signed_v<I> && sizeof(I) <= 4)
+            return append_int(static_cast<int32_t>(v));
+        else if constexpr (std::is_signed_v<I>)
+            return append_int(static_cast<int64_t>(v));
+        else if constexpr (sizeof(I) <= 2)
+            return append_uint(static_cast<uint16_t>(v));
+        else if constexpr (sizeof(I) <= 4)
+            return append_uint(static_cast<uint32_t>(v));
         else
-            return append_uint(v);
+            return append_uint(static_cast<uint64_t>(v));
     }
     charstr& operator<<(float v) { return append_float(v, 6); }
     charstr& operator<<(double v) { return append_float(v, 10); }
+    charstr& operator<<(const opcd& e) { return append(e); }
 
     // -- Editing ---------------------------------------------------------------
 

@@ -645,6 +645,105 @@ TEST(CharstrFloat, StreamedDoubleUsesTenDecimals)
     EXPECT_EQ(str(s), "0.125");
 }
 
+TEST(CharstrFloat, CutBackKeepsTheTextBefore)
+{
+    charstr s("t=");
+    s.append_float(1.5, 6, 20);
+    EXPECT_EQ(str(s), "t=1.5");
+    EXPECT_EQ(count_of(s), 6u);
+}
+
+TEST(CharstrFloat, GivenWidthBoundsTheText)
+{
+    charstr s;
+    s.append_float(3.14159265358979, -10, 6);
+    EXPECT_EQ(str(s), "3.1416");
+}
+
+TEST(CharstrFloat, StreamedFloatUsesSixDecimals)
+{
+    charstr s;
+    s << 0.1f;
+    EXPECT_EQ(str(s), "0.1");
+}
+
+TEST(CharstrNumber, EveryIntegerTypeIsDecimal)
+{
+    charstr s;
+    s << static_cast<signed char>(-5) << ' ' << static_cast<unsigned char>(200) << ' ' << short(-300) << ' '
+      << static_cast<unsigned short>(60000) << ' ' << -123456789012LL << ' ' << 123456789012ULL;
+    EXPECT_EQ(str(s), "-5 200 -300 60000 -123456789012 123456789012");
+}
+
+TEST(CharstrNumber, AppendNumGivesWhereTheDigitsEnd)
+{
+    charstr s("x=");
+    EXPECT_EQ(s.append_num(16, 255, 0, 4, velk::align_left), 4u);
+    EXPECT_EQ(str(s), "x=ff  ");
+}
+
+TEST(CharstrNumber, ThousandsChain)
+{
+    charstr s;
+    s.append_num_thousands(-1234567, ',') << " bytes";
+    EXPECT_EQ(str(s), "-1,234,567 bytes");
+}
+
+TEST(CharstrNumber, MetricChains)
+{
+    charstr s("[");
+    s.append_num_metric(1234567, 14, 1, ' ') << ']';
+    EXPECT_EQ(str(s), "[        1.23 M]");
+}
+
+TEST(CharstrNumber, FillAppendsCopies)
+{
+    charstr s;
+    s.append_fill(3, '=') << '>';
+    EXPECT_EQ(str(s), "===>");
+}
+
+TEST(CharstrNumber, NumberGrowsTheStringOnce)
+{
+    charstr s("abcdefghij");
+    fill_to_capacity(s);
+    array_requests requests;
+    s << std::numeric_limits<int64_t>::min();
+    EXPECT_EQ(requests.asks().size(), 1u);
+}
+
+// -- Error codes ------------------------------------------------------------------
+
+TEST(CharstrOpcd, SuccessPrintsOK)
+{
+    charstr s;
+    s << velk::opcd();
+    EXPECT_EQ(str(s), "OK");
+}
+
+TEST(CharstrOpcd, PlainValuePrintsItsTextAlone)
+{
+    charstr s;
+    s << velk::ers::timeout;
+    EXPECT_EQ(str(s), "timeout");
+}
+
+TEST(CharstrOpcd, DetailedValuePrintsTextColonAndDetail)
+{
+    charstr s("e: ");
+    s << velk::ers::syntax_expected_string;
+    EXPECT_EQ(str(s), "e: syntax error, format invalid : expected string");
+}
+
+TEST(CharstrOpcd, UnknownCodePrintsUnknownError)
+{
+    velk::opcd e;
+    e.set_code(65);
+    charstr s;
+    s << e << '!';
+    EXPECT_EQ(str(s), "unknown error!");
+}
+
 // -- Editing ------------------------------------------------------------------------------
 
 TEST(CharstrInsert, InTheMiddleMovesTheTail)
