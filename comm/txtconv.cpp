@@ -81,10 +81,10 @@ void append_digits(charstr& dst, const char* first, const char* end)
 
 // -- Number fields --------------------------------------------------------------
 //
-// The layout of append_num: lead blanks, the
-// sign, zeros, the digits, then the tail fill and the terminator, which
-// append_buffer writes. Centre keeps the whole padding for the tail after a
-// lead of padding / 2: the text of the original, which runs beyond min_size.
+// The layout of append_num: lead blanks, the sign, zeros, the digits, then
+// the tail fill and the terminator, which append_buffer writes. Centre keeps
+// the whole padding for the tail after a lead of padding / 2, as the layout
+// always did, so a centred field runs beyond min_size.
 // The string is grown for all of it, so nothing is written out of bounds.
 
 // Writes a field of sign (0 for none) and the digit text; gives the position
