@@ -7,10 +7,28 @@
 # as STB_GNU_UNIQUE symbols. Those merge one static across all modules and
 # make the loader refuse to unload the module. A version script makes every
 # other symbol local.
+#
+# Each symbol is also marked as undefined for the link, so that the member of
+# the static library that defines it is taken even when no code of the
+# module calls it (a module's own iglo_registrar, for one).
 function(velk_module_exports target)
   list(JOIN ARGN "; " globals)
   set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.exports)
   file(GENERATE OUTPUT ${script} CONTENT "{\n  global: ${globals};\n  local: *;\n};\n")
   target_link_options(${target} PRIVATE "LINKER:--version-script=${script}")
+  foreach(symbol IN LISTS ARGN)
+    target_link_options(${target} PRIVATE "LINKER:--undefined=${symbol}")
+  endforeach()
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${script})
+endfunction()
+
+# velk_host_exports(TARGET SYMBOL...): a host executable exports these C
+# entry points to the modules it loads, and nothing else of its own. Each is
+# also marked as undefined, so that the library member defining it is linked
+# even when the host never calls it.
+function(velk_host_exports target)
+  foreach(symbol IN LISTS ARGN)
+    target_link_options(${target} PRIVATE
+      "LINKER:--export-dynamic-symbol=${symbol}" "LINKER:--undefined=${symbol}")
+  endforeach()
 endfunction()

@@ -1,39 +1,119 @@
-// hostprobe: the reference host. Loads the plug-in and runs scripts against it.
+// hostprobe: the reference host. Owns the process's interface registry,
+// loads the plug-in and works with it through the registry.
+#include "comm/charstr.h"
+#include "host/command_line.h"
+#include "host/commands.h"
 #include "host/engines.h"
+#include "host/host_registry.h"
+#include "host/host_paths.h"
+#include "host/plugin_loader.h"
 
 #include <cstdio>
 #include <cstring>
+#include <exception>
 
 namespace {
 
-void print_help(FILE* out)
+// Exit statuses: a command that failed, and a command line that is wrong.
+constexpr int exit_failed = 1;
+constexpr int exit_usage = 2;
+
+void print_help()
 {
-    fputs("usage: hostprobe COMMAND\n"
+    fputs("usage: hostprobe [--plugin PATH] [COMMAND [ARGUMENTS]]\n"
           "commands:\n"
-          "  version   print the versions of V8 and LuaJIT this host runs with\n"
-          "  --help    print this text\n",
-          out);
+          "  version              print the versions of V8 and LuaJIT this host runs with (the default)\n"
+          "  keys NAME [SCRIPT]   list the registry keys of interface NAME (\"[ns::]class[.method]\");\n"
+          "                       SCRIPT keeps only keys of that script language, \"\" only native ones\n"
+          "  call METHOD [ARG]    create the plug-in's interface through the registry and call METHOD:\n"
+          "                       getMAC, mersenne_twister SEED (unsigned 32-bit) or testfunction X (signed 32-bit)\n"
+          "  --help               print this text\n"
+          "options:\n"
+          "  --plugin PATH        load the plug-in from PATH instead of next to this program\n",
+          stdout);
 }
 
-int print_versions()
+int usage_error(const velk::token& reason)
 {
+    fprintf(stderr, "hostprobe: %.*s\nrun 'hostprobe --help' for the commands\n", int(reason.lens()),
+            reason.ptr());
+    return exit_usage;
+}
+
+int print_versions(const host::command_line& cl)
+{
+    if (cl.arg_count > 0)
+        return usage_error("version takes no arguments");
     printf("V8 %s\n", host::v8_version().c_str());
     printf("%s\n", host::luajit_version().c_str());
     return 0;
+}
+
+// Sets up the registry and loads the plug-in, from --plugin or next to
+// this program.
+bool load_plugin(const host::command_line& cl, host::plugin_module& plugin)
+{
+    velk::charstr error;
+    velk::charstr path;
+    if (cl.plugin_path) {
+        path = velk::token(cl.plugin_path);
+    } else if (!host::default_plugin_path(path)) {
+        fputs("hostprobe: cannot tell where this program lies; give the plug-in with --plugin\n", stderr);
+        return false;
+    }
+    host::setup_registry(host::script_root());
+    if (!plugin.load(path.c_str(), error)) {
+        fprintf(stderr, "hostprobe: %s\n", error.c_str());
+        return false;
+    }
+    return true;
+}
+
+// The commands that need the plug-in: their arguments are read first.
+int run_with_plugin(const host::command_line& cl)
+{
+    velk::charstr error;
+    host::keys_request keys;
+    host::call_request call;
+    bool is_keys = !strcmp(cl.command, "keys");
+    bool ok = is_keys ? host::parse_keys(cl.arg_count, cl.args, keys, error)
+                      : host::parse_call(cl.arg_count, cl.args, call, error);
+    if (!ok)
+        return usage_error(error);
+
+    host::plugin_module plugin;
+    if (!load_plugin(cl, plugin))
+        return exit_failed;
+    return is_keys ? host::run_keys(keys) : host::run_call(call);
+}
+
+int run(const host::command_line& cl)
+{
+    if (!strcmp(cl.command, "version"))
+        return print_versions(cl);
+    if (!strcmp(cl.command, "--help")) {
+        print_help();
+        return 0;
+    }
+    if (!strcmp(cl.command, "keys") || !strcmp(cl.command, "call"))
+        return run_with_plugin(cl);
+    velk::charstr error;
+    error << "unknown command '" << cl.command << "'";
+    return usage_error(error);
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    const char* command = argc > 1 ? argv[1] : "version";
-    if (!strcmp(command, "version"))
-        return print_versions();
-    if (!strcmp(command, "--help") || !strcmp(command, "-h")) {
-        print_help(stdout);
-        return 0;
+    host::command_line cl;
+    velk::charstr error;
+    if (!host::parse_command_line(argc, argv, cl, error))
+        return usage_error(error);
+    try {
+        return run(cl);
+    } catch (const std::exception& e) {
+        fprintf(stderr, "hostprobe: %s\n", e.what());
+        return exit_failed;
     }
-    fprintf(stderr, "hostprobe: unknown command '%s'\n", command);
-    print_help(stderr);
-    return 2;
 }

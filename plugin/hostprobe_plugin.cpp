@@ -2,6 +2,7 @@
 
 #include "comm/alloc/commalloc.h"
 #include "comm/exception.h"
+#include "interface/registrar.h"
 #include "plugin/simplugin.h"
 
 #include <cstring>
@@ -27,6 +28,16 @@ struct method_entry<Method>
 
 velk::method_fn* module_method_table = nullptr;
 
+// The tables live as long as the module: its static destruction frees them,
+// since no object that could call through them outlives the module's code.
+// An unloaded module would otherwise leave them unreachable.
+struct method_tables_end
+{
+    ~method_tables_end() { hostprobe_plugin_dispatcher::release_tables(); }
+};
+
+const method_tables_end free_method_tables_at_exit;
+
 velk::method_fn* alloc_table()
 {
     void* p = velk::global_alloc(hostprobe_plugin::method_count * sizeof(velk::method_fn));
@@ -36,6 +47,10 @@ velk::method_fn* alloc_table()
 }
 
 } // namespace
+
+std::atomic<velk::creator_fn> hostprobe_plugin::_js_wrapper{nullptr};
+std::atomic<velk::creator_fn> hostprobe_plugin::_jsc_wrapper{nullptr};
+std::atomic<velk::creator_fn> hostprobe_plugin::_lua_wrapper{nullptr};
 
 uint32_t hostprobe_plugin_dispatcher::_capture_id = 0xFFFF;
 void* hostprobe_plugin_dispatcher::_capture_sink = nullptr;
@@ -59,11 +74,27 @@ const velk::token& hostprobe_plugin::wrapper_key(velk::backend b) const
     return b < sizeof keys / sizeof keys[0] ? keys[b] : none;
 }
 
-velk::creator_fn hostprobe_plugin::wrapper_creator(velk::backend) const
+std::atomic<velk::creator_fn>* hostprobe_plugin::wrapper_cache(velk::backend b)
 {
-    // The script backends find their wrapper creators through the interface
-    // registry, which this module does not reach yet.
-    return nullptr;
+    switch (b) {
+    case velk::backend_js: return &_js_wrapper;
+    case velk::backend_jsc: return &_jsc_wrapper;
+    case velk::backend_lua: return &_lua_wrapper;
+    default: return nullptr;
+    }
+}
+
+velk::creator_fn hostprobe_plugin::wrapper_creator(velk::backend b) const
+{
+    std::atomic<velk::creator_fn>* cache = wrapper_cache(b);
+    if (!cache)
+        return nullptr;
+    velk::creator_fn c = cache->load(std::memory_order_relaxed);
+    if (!c) {
+        c = velk::get_creator(wrapper_key(b));
+        cache->store(c, std::memory_order_relaxed);
+    }
+    return c;
 }
 
 velk::method_fn* hostprobe_plugin::get_method_table()
@@ -76,6 +107,14 @@ velk::method_fn* hostprobe_plugin::get_method_table()
         module_method_table = t;
     }
     return module_method_table;
+}
+
+void hostprobe_plugin_dispatcher::release_tables()
+{
+    velk::global_release(module_method_table);
+    velk::global_release(_capture_table);
+    module_method_table = nullptr;
+    _capture_table = nullptr;
 }
 
 bool hostprobe_plugin_dispatcher::bind_host(velk::counted_base* host)

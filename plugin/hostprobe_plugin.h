@@ -9,6 +9,7 @@
 #include "comm/charstr.h"
 #include "interface/stubsmith_interface.h"
 
+#include <atomic>
 #include <cstdint>
 
 namespace xt {
@@ -17,6 +18,11 @@ class hostprobe_plugin : public velk::stubsmith_interface
 {
 public:
     static constexpr uint32_t hash = 0xCD59A835u;
+    // The registry keys of the native creators. The number in the creator's
+    // key is hash in decimal: a client states by the key which interface
+    // text it was built against.
+    static constexpr velk::token native_wrapper_key = "xt::hostprobe_plugin@wrapper";
+    static constexpr velk::token native_creator_key = "xt::hostprobe_plugin.create@3445205045";
     // The host's own interface, known to this module by its hash only.
     static constexpr uint32_t host_interface_hash = 0x38934D07u;
 
@@ -29,6 +35,10 @@ public:
     bool is_derived(int32_t h) const override { return static_cast<uint32_t>(h) == hash; }
     const velk::tokenhash& interface_name() const override { return name(); }
     velk::backend backend() const override { return velk::backend_native; }
+    // The wrapper creator of a script backend, looked up under wrapper_key(b)
+    // on first use and cached; a failed lookup is tried again on the next
+    // call. Null for the native backend, without asking the registry. Throws
+    // as velk::get_creator when the process has no registry.
     velk::creator_fn wrapper_creator(velk::backend b) const override;
     const velk::token& wrapper_key(velk::backend b) const override;
 
@@ -40,6 +50,17 @@ public:
     // The module's table, allocated on the first request and never freed.
     // Unguarded: two threads racing on the first use fill equal tables.
     static velk::method_fn* get_method_table();
+
+private:
+    // The cache of wrapper_creator for backend b; null for a backend
+    // without a wrapper creator.
+    static std::atomic<velk::creator_fn>* wrapper_cache(velk::backend b);
+
+    // Filled without a guard: racing first uses store equal values. Atomic
+    // only so that the race is well defined.
+    static std::atomic<velk::creator_fn> _js_wrapper;
+    static std::atomic<velk::creator_fn> _jsc_wrapper;
+    static std::atomic<velk::creator_fn> _lua_wrapper;
 };
 
 class hostprobe_plugin_dispatcher : public hostprobe_plugin
@@ -56,17 +77,21 @@ public:
     // No method of this interface is captured: always throws velk::exception.
     void dispatch_captured(uintptr_t, uintptr_t, uintptr_t) override;
 
-    // "xt::hostprobe_plugin.create@3445205045": makes a simplugin for host and
+    // The creator under native_creator_key: makes a simplugin for host and
     // binds it to instance, or to a new dispatcher when instance is null.
     // out is null when host holds nothing. Throws std::bad_alloc.
     static velk::iref<hostprobe_plugin>& native_creator(velk::iref<hostprobe_plugin>& out,
                                                          hostprobe_plugin_dispatcher* instance,
                                                          const velk::iref<velk::stubsmith_interface>& host);
 
-    // "xt::hostprobe_plugin@wrapper": binds an existing native object.
+    // The creator under native_wrapper_key: binds an existing native object.
     static velk::iref<hostprobe_plugin>& native_wrapper_creator(velk::iref<hostprobe_plugin>& out,
                                                                  velk::counted_base* host,
                                                                  hostprobe_plugin_dispatcher* instance);
+
+    // Frees the method table and the capture table. Run by the module's
+    // static destruction, when no object can call through them any more.
+    static void release_tables();
 
     static uint32_t capture_id() { return _capture_id; }
     static void* capture_sink() { return _capture_sink; }
@@ -79,5 +104,10 @@ private:
     static void* _capture_sink;
     static velk::method_fn* _capture_table;
 };
+
+// The signatures that the native keys promise, for clients that find the
+// creators in the registry.
+using native_creator_fn = decltype(&hostprobe_plugin_dispatcher::native_creator);
+using native_wrapper_creator_fn = decltype(&hostprobe_plugin_dispatcher::native_wrapper_creator);
 
 } // namespace xt

@@ -34,7 +34,7 @@ void logmsg::release_hook()
 
 void set_log_hook(log_hook_fn hook) { log_hook = hook; }
 
-log_ref create_log_msg(int32_t type, const tokenhash& source, const void* context)
+log_ref create_fallback_log_msg(int32_t type, const tokenhash& source, const void* context)
 {
     if (log_hook_fn hook = log_hook.load())
         return hook(type, source, context);

@@ -8,8 +8,9 @@
 //   VELK_LOG(2, "ifcreg") << "key refused: " << key;
 //
 // Levels run from -1 (decide from the text) to 6; source is a short name.
-// Until the logger is in place a message is written to the console at its
-// last release, with the prefix of its level.
+// The host's hook makes the message when it gives one; otherwise, until the
+// logger is in place, a message is written to the console at its last
+// release, with the prefix of its level.
 #pragma once
 
 #include "comm/charstr.h"
@@ -50,13 +51,21 @@ private:
 
 using log_ref = iref<logmsg>;
 
-// What makes messages instead of the console default; null restores the default.
+// What makes this module's messages instead of the console when the host
+// gives no hook; null restores the console.
 using log_hook_fn = log_ref (*)(int32_t type, const tokenhash& source, const void* context);
 void set_log_hook(log_hook_fn hook);
 
 // A new message of level type from source, or an empty handle. Never throws
 // for a refused line; std::bad_alloc when a message can't be allocated.
+// Made by the host's log hook when the process's interface registry holds
+// one (defined with the registry's front, interface/registrar.cpp), else as
+// create_fallback_log_msg.
 log_ref create_log_msg(int32_t type, const tokenhash& source, const void* context);
+
+// The module's own message, for a process whose host gives no log hook: made
+// by the hook of set_log_hook if one is set, else written to the console.
+log_ref create_fallback_log_msg(int32_t type, const tokenhash& source, const void* context);
 
 // The prefix of a level: "FATAL: " for 0 up to "PERF: " for 6; empty otherwise.
 token log_level_prefix(int32_t type);

@@ -88,9 +88,22 @@ TEST(HostprobePlugin, WrapperKeysOfScriptBackends)
     EXPECT_TRUE(p->wrapper_key(velk::backend_lua) == velk::token("xt::hostprobe_plugin@wrapper.lua"));
 }
 
-TEST(HostprobePlugin, WrapperCreatorOfNativeIsNull)
+TEST(HostprobePlugin, WrapperCreatorOfNativeIsNullWithoutAskingTheRegistry)
 {
+    // This program exports no registry: asking would throw.
     EXPECT_EQ(create_plugin()->wrapper_creator(velk::backend_native), nullptr);
+}
+
+TEST(HostprobePlugin, WrapperCreatorOfAScriptBackendAsksTheRegistry)
+{
+    EXPECT_THROW(create_plugin()->wrapper_creator(velk::backend_js), velk::exception);
+}
+
+TEST(HostprobePlugin, NativeCreatorKeyCarriesTheInterfaceHashInDecimal)
+{
+    velk::charstr expected;
+    expected << "xt::hostprobe_plugin.create@" << hostprobe_plugin::hash;
+    EXPECT_TRUE(expected == hostprobe_plugin::native_creator_key);
 }
 
 TEST(HostprobePlugin, IsDerivedOnlyForItsOwnHash)

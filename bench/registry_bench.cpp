@@ -1,0 +1,161 @@
+// The interface registry: get_creator, the front's lookup with its version
+// check and the registry's mutex, against a bare std::unordered_map keyed by
+// std::string and looked up through std::string_view (no lock, no virtual
+// call); and the time to load the plug-in, its static registration
+// included, and to unload it, its keys' removal included.
+//
+// This program exports its registry as a host does. Keys have the shapes of
+// registry keys, 20 to 40 characters; each pass asks them in a shuffled
+// order. HOSTPROBE_PLUGIN is the plug-in's path from the build.
+#include "interface/registrar.h"
+
+#include <dlfcn.h>
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace {
+
+struct string_hash
+{
+    using is_transparent = void;
+    size_t operator()(std::string_view s) const noexcept { return std::hash<std::string_view>{}(s); }
+};
+struct string_equal
+{
+    using is_transparent = void;
+    bool operator()(std::string_view a, std::string_view b) const noexcept { return a == b; }
+};
+using std_map = std::unordered_map<std::string, void*, string_hash, string_equal>;
+
+// The forms of registry keys, one after the other.
+std::string key_of(int i, bool missing)
+{
+    std::string n = std::to_string(i) + (missing ? "x" : "");
+    switch (i % 4) {
+    case 0: return "xt::iface" + n + "@wrapper";
+    case 1: return "xt::iface" + n + ".create@3445205045";
+    case 2: return "xt::js::iface" + n + ".create";
+    default: return "xt::iface" + n + "@maker.js";
+    }
+}
+
+std::vector<std::string> lookup_keys(int n, bool missing)
+{
+    std::vector<std::string> keys;
+    for (int i = 0; i < n; ++i)
+        keys.push_back(key_of(i, missing));
+    std::shuffle(keys.begin(), keys.end(), std::mt19937(12345)); // fixed: runs compare
+    return keys;
+}
+
+void some_creator() {}
+
+// n keys in the process's registry for the life of the object.
+class registered_keys
+{
+public:
+    explicit registered_keys(int n) : _n(n)
+    {
+        auto c = reinterpret_cast<velk::creator_fn>(&some_creator);
+        for (int i = 0; i < n; ++i)
+            velk::register_creator(key_of(i, false).c_str(), c);
+    }
+    ~registered_keys()
+    {
+        for (int i = 0; i < _n; ++i)
+            velk::register_creator(key_of(i, false).c_str(), nullptr);
+    }
+
+private:
+    int _n;
+};
+
+void registry_get(benchmark::State& state, bool missing)
+{
+    int n = static_cast<int>(state.range(0));
+    registered_keys keys(n);
+    std::vector<std::string> texts = lookup_keys(n, missing);
+    std::vector<velk::token> tokens;
+    for (const std::string& k : texts)
+        tokens.emplace_back(k.data(), k.size());
+    size_t i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(velk::get_creator(tokens[i]));
+        if (++i == tokens.size())
+            i = 0;
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+void std_find(benchmark::State& state, bool missing)
+{
+    int n = static_cast<int>(state.range(0));
+    std_map m;
+    for (int i = 0; i < n; ++i)
+        m.emplace(key_of(i, false), &m);
+    std::vector<std::string> keys = lookup_keys(n, missing);
+    std::vector<std::string_view> views(keys.begin(), keys.end());
+    size_t i = 0;
+    for (auto _ : state) {
+        auto it = m.find(views[i]);
+        benchmark::DoNotOptimize(it == m.end() ? nullptr : it->second);
+        if (++i == views.size())
+            i = 0;
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+void* load_plugin() { return dlopen(HOSTPROBE_PLUGIN, RTLD_NOW | RTLD_LOCAL); }
+
+} // namespace
+
+static void BM_get_creator_existing(benchmark::State& state) { registry_get(state, false); }
+static void BM_unordered_map_find_existing(benchmark::State& state) { std_find(state, false); }
+static void BM_get_creator_missing(benchmark::State& state) { registry_get(state, true); }
+static void BM_unordered_map_find_missing(benchmark::State& state) { std_find(state, true); }
+
+// 10 to 1,000 entries: one module's keys up to a host full of modules.
+BENCHMARK(BM_get_creator_existing)->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK(BM_unordered_map_find_existing)->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK(BM_get_creator_missing)->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK(BM_unordered_map_find_missing)->Arg(10)->Arg(100)->Arg(1000);
+
+// Loading maps the module, runs its static initialisers and enters its keys.
+static void BM_dlopen_plugin(benchmark::State& state)
+{
+    for (auto _ : state) {
+        void* h = load_plugin();
+        state.PauseTiming();
+        if (!h) {
+            state.SkipWithError(dlerror());
+            break;
+        }
+        dlclose(h);
+        state.ResumeTiming();
+    }
+}
+BENCHMARK(BM_dlopen_plugin)->Unit(benchmark::kMicrosecond);
+
+// Unloading runs the module's exit functions, which remove its keys, and unmaps it.
+static void BM_dlclose_plugin(benchmark::State& state)
+{
+    for (auto _ : state) {
+        state.PauseTiming();
+        void* h = load_plugin();
+        if (!h) {
+            state.SkipWithError(dlerror());
+            break;
+        }
+        state.ResumeTiming();
+        dlclose(h);
+    }
+}
+BENCHMARK(BM_dlclose_plugin)->Unit(benchmark::kMicrosecond);

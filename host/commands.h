@@ -1,0 +1,42 @@
+// commands: the reference host's commands that work on the plug-in.
+//
+// Each is read from its arguments first, before any module is loaded, so
+// that a wrong command line fails the same way with or without a plug-in.
+// Running one prints its result on standard output and gives the exit
+// status: 0, or 1 with the reason on standard error.
+#pragma once
+
+#include "comm/charstr.h"
+#include "comm/token.h"
+#include "plugin/hostprobe_plugin.h"
+
+#include <cstdint>
+
+namespace host {
+
+// keys NAME [SCRIPT]: the keys that find_creators answers.
+struct keys_request
+{
+    velk::token name;
+    velk::token script; // null when not given: any script part matches
+};
+
+// call METHOD [ARG]: one method of the plug-in's interface.
+struct call_request
+{
+    xt::hostprobe_plugin::method_index method;
+    uint32_t seed; // mersenne_twister
+    int32_t x;     // testfunction
+};
+
+// Each reads a command's arguments; false with the reason in error for a
+// wrong count, an unknown method or a malformed number.
+bool parse_keys(int argc, char** args, keys_request& out, velk::charstr& error);
+bool parse_call(int argc, char** args, call_request& out, velk::charstr& error);
+
+// Each runs a command against the loaded plug-in. Throw velk::exception
+// when the process has no registry, std::bad_alloc.
+int run_keys(const keys_request& r);
+int run_call(const call_request& r);
+
+} // namespace host

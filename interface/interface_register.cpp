@@ -1,0 +1,234 @@
+// interface_register_impl: the table operations, the host's settings and the
+// resolution of include paths.
+//
+// Keys are parsed once, when they are entered; an entry keeps views of its
+// parts, so the list operations compare part by part without splitting keys
+// again. Each operation holds the mutex for its whole length.
+#include "interface/interface_register.h"
+
+#include "interface/creator_key.h"
+
+#include <utility>
+
+namespace velk {
+
+namespace {
+
+// What setup puts behind a root that ends in no separator: the separator
+// that paths on this platform are written with.
+constexpr char root_separator = '/';
+
+bool is_separator(char c) { return c == '/' || c == '\\'; }
+
+token key_of(const creator_entry& e) { return prefix_key(e.ifcname.ptr(), e.keylen); }
+
+// Fills a fresh entry from the parse of text, then takes text over. The
+// parts point into text's buffer, which moves into the entry unchanged.
+void fill_entry(creator_entry& e, const creator_key& k, charstr& text, creator_fn creator)
+{
+    e.class_name = k.class_name;
+    e.method = k.method;
+    e.ns = k.ns;
+    e.script = k.script;
+    e.kind = k.kind;
+    e.module = k.module;
+    e.module_handle = k.module_handle;
+    e.creator = creator;
+    e.hash = k.hash;
+    e.keylen = k.key.lens();
+    e.ifcname = std::move(text);
+}
+
+// ns, as a script-side creator of script lives in it: "outer::script",
+// giving "outer". A null script takes ns as it stands. False when ns isn't
+// of that form.
+bool outer_namespace(const token& ns, const token& script, token& outer)
+{
+    if (script.is_null()) {
+        outer = ns;
+        return true;
+    }
+    uint32_t n = script.lens();
+    if (ns.lens() < n + 2 || !(token(ns.ptre() - n, n) == script))
+        return false;
+    const char* sep = ns.ptre() - n - 2;
+    if (sep[0] != ':' || sep[1] != ':')
+        return false;
+    outer = token(ns.ptr(), sep);
+    return true;
+}
+
+} // namespace
+
+interface_register_impl::interface_register_impl() : _hash(hash_table_initial_buckets), _mutex(spin_count)
+{
+}
+
+interface_register_impl::~interface_register_impl() = default;
+
+// -- Entering and removing keys ---------------------------------------------
+
+bool interface_register_impl::hook_creator(const token& full_key, creator_fn creator)
+{
+    if (!creator) // removal: the module part takes no part in it
+        return remove_entry(parse_creator_key(full_key).key);
+    charstr text(full_key);
+    return insert_entry(text, creator);
+}
+
+// The text is parsed before the lock; a refused key leaves it with the
+// caller, who frees it.
+bool interface_register_impl::insert_entry(charstr& text, creator_fn creator)
+{
+    creator_key k = parse_creator_key(text);
+    comm_mutex_guard guard(_mutex);
+    creator_entry* e = _hash.insert_unique(k.key);
+    if (!e) // the key is there: the earlier entry stays
+        return false;
+    fill_entry(*e, k, text, creator);
+    return true;
+}
+
+bool interface_register_impl::remove_entry(const token& key)
+{
+    comm_mutex_guard guard(_mutex);
+    return _hash.erase(key) != 0;
+}
+
+// -- Lookups ----------------------------------------------------------------
+
+creator_fn interface_register_impl::find_creator(const token& key)
+{
+    comm_mutex_guard guard(_mutex);
+    const creator_entry* e = _hash.find_value(key);
+    return e ? e->creator : nullptr;
+}
+
+creator_fn interface_register_impl::wrapper_creator_of(const token& name)
+{
+    charstr key;
+    key << name << "@wrapper";
+    return find_creator(key);
+}
+
+// Walks every entry in bucket order under the mutex and appends those that
+// match says yes to.
+template <class MATCH>
+void interface_register_impl::append_matches(dynarray<creator_match>& out, MATCH match)
+{
+    comm_mutex_guard guard(_mutex);
+    for (const creator_table::node* n = _hash.first(); n; n = _hash.next(n)) {
+        if (match(n->value))
+            out.push(creator_match{key_of(n->value), n->value.creator});
+    }
+}
+
+dynarray<creator_match>& interface_register_impl::find_creators(const token& name, const token& script,
+                                                                dynarray<creator_match>& out)
+{
+    interface_name want = split_interface_name(name);
+    append_matches(out, [&](const creator_entry& e) {
+        return (script.is_null() || e.script == script) && e.class_name == want.class_name &&
+               (want.method.is_empty() || e.method == want.method) &&
+               (want.ns.is_empty() || e.ns == want.ns);
+    });
+    return out;
+}
+
+dynarray<creator_match>& interface_register_impl::find_script_creators(const token& name,
+                                                                       const token& script,
+                                                                       dynarray<creator_match>& out)
+{
+    interface_name want = split_interface_name(name);
+    append_matches(out, [&](const creator_entry& e) {
+        token outer;
+        return e.script.is_empty() && e.class_name == want.class_name &&
+               (want.method.is_empty() || e.method == want.method) &&
+               outer_namespace(e.ns, script, outer) && (want.ns.is_empty() || outer == want.ns);
+    });
+    return out;
+}
+
+// -- Client hooks and patterns: these come with the regular expressions -----
+
+// Nothing found until the regular expressions exist.
+dynarray<creator_match>& interface_register_impl::find_by_pattern(const regex&, dynarray<creator_match>& out)
+{
+    return out;
+}
+
+// No client hooks are looked up yet: nothing found.
+creator_fn interface_register_impl::client_creator(const token&, const token&, uint32_t, const token&)
+{
+    return nullptr;
+}
+
+// Script-object makers are looked up together with the client hooks: nothing found yet.
+creator_fn interface_register_impl::maker_creator(const token&, const token&)
+{
+    return nullptr;
+}
+
+// No client hooks are listed yet: nothing found.
+dynarray<creator_match>& interface_register_impl::find_clients(const token&, int32_t,
+                                                               dynarray<creator_match>& out)
+{
+    return out;
+}
+
+// No client hooks are removed or restored yet: nothing changes.
+bool interface_register_impl::notify_module_unload(uint64_t, dynarray<uint8_t>&, dynarray<unload_entry>&)
+{
+    return true;
+}
+
+// -- The host's settings ------------------------------------------------------
+
+const charstr& interface_register_impl::root_path() { return _root_path; }
+registry_log_hook_fn interface_register_impl::log_hook() { return _log_hook; }
+path_check_hook_fn interface_register_impl::path_check_hook() { return _path_check_hook; }
+logger_hook_fn interface_register_impl::logger_hook() { return _logger_hook; }
+
+void interface_register_impl::setup(const token& path, registry_log_hook_fn log_hook,
+                                    path_check_hook_fn path_check_hook, logger_hook_fn logger_hook)
+{
+    comm_mutex_guard guard(_mutex);
+    if (_root_path.is_empty()) {
+        _root_path = path;
+        if (!_root_path.is_empty() && !is_separator(_root_path.ptr()[_root_path.lens() - 1]))
+            _root_path << root_separator;
+    }
+    if (log_hook)
+        _log_hook = log_hook;
+    if (path_check_hook)
+        _path_check_hook = path_check_hook;
+    if (logger_hook)
+        _logger_hook = logger_hook;
+}
+
+bool interface_register_impl::version_ok(int32_t version) { return version == interface_version; }
+
+// -- Include paths --------------------------------------------------------------
+
+bool interface_register_impl::resolve_include_path(const token& current_path, const token& include_path,
+                                                   charstr& out, token* out_relative)
+{
+    // Waits for the path operations of the library; until then nothing resolves.
+    return false;
+}
+
+// -- Introspection --------------------------------------------------------------
+
+uint64_t interface_register_impl::count()
+{
+    comm_mutex_guard guard(_mutex);
+    return _hash.count();
+}
+
+uint64_t interface_register_impl::bucket_count()
+{
+    comm_mutex_guard guard(_mutex);
+    return _hash.bucket_count();
+}
+
+} // namespace velk

@@ -1,0 +1,189 @@
+// The reference host run as a user runs it, in a child process: it loads the
+// plug-in from next to itself (or from --plugin), creates the interface
+// through the registry and calls its methods. HOSTPROBE and HOSTPROBE_PLUGIN
+// are paths from the build.
+#include "plugin/adapter_text.h"
+#include "plugin/os/adapters.h"
+#include "tests/child_process.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using velk::testing::child_result;
+
+namespace {
+
+child_result hostprobe(std::vector<std::string> args)
+{
+    args.insert(args.begin(), HOSTPROBE);
+    return velk::testing::run_child(args);
+}
+
+std::set<std::string> lines_of(const std::string& text)
+{
+    std::set<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        lines.insert(line);
+    return lines;
+}
+
+// A command that must fail: non-zero status, a message, nothing on standard output.
+void expect_refused(const std::vector<std::string>& args, const std::string& words)
+{
+    child_result r = hostprobe(args);
+    EXPECT_NE(r.exit_status, 0);
+    EXPECT_EQ(r.signal, 0) << "ended by a signal";
+    EXPECT_TRUE(r.out.empty()) << r.out;
+    EXPECT_NE(r.err.find(words), std::string::npos) << r.err;
+}
+
+} // namespace
+
+// -- call ---------------------------------------------------------------------------
+
+TEST(HostCall, MersenneTwisterOfThePublishedSeed)
+{
+    child_result r = hostprobe({"call", "mersenne_twister", "5489"});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.out, "3499211612\n");
+}
+
+TEST(HostCall, MersenneTwisterPrintsUnsigned)
+{
+    // 2357136044 is above the signed range: a signed print would be negative.
+    EXPECT_EQ(hostprobe({"call", "mersenne_twister", "0"}).out, "2357136044\n");
+}
+
+TEST(HostCall, TestfunctionOfMinusOne)
+{
+    child_result r = hostprobe({"call", "testfunction", "-1"});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.out, "-2\n");
+}
+
+TEST(HostCall, TestfunctionWraps)
+{
+    EXPECT_EQ(hostprobe({"call", "testfunction", "1073741824"}).out, "-2147483648\n");
+}
+
+TEST(HostCall, GetMacPrintsWhatTheLibraryComputesHere)
+{
+    velk::charstr expected = xt::query_adapter_text(&xt::os::list_adapter_addresses);
+    child_result r = hostprobe({"call", "getMAC"});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.out, std::string(expected.c_str()) + "\n");
+}
+
+TEST(HostCall, WorksWithThePluginOption)
+{
+    EXPECT_EQ(hostprobe({"--plugin", HOSTPROBE_PLUGIN, "call", "testfunction", "21"}).out, "42\n");
+}
+
+TEST(HostCall, UnknownMethodIsRefused)
+{
+    expect_refused({"call", "getmac"}, "unknown method 'getmac'");
+}
+
+TEST(HostCall, MissingMethodIsRefused)
+{
+    expect_refused({"call"}, "needs a METHOD");
+}
+
+TEST(HostCall, MissingArgumentIsRefused)
+{
+    expect_refused({"call", "mersenne_twister"}, "needs a number");
+}
+
+TEST(HostCall, ArgumentThatIsNoNumberIsRefused)
+{
+    expect_refused({"call", "testfunction", "two"}, "'two' is not a number");
+}
+
+TEST(HostCall, UnsignedArgumentOutOfRangeIsRefused)
+{
+    expect_refused({"call", "mersenne_twister", "4294967296"}, "out of range");
+}
+
+TEST(HostCall, SignedArgumentOutOfRangeIsRefused)
+{
+    expect_refused({"call", "testfunction", "-2147483649"}, "out of range");
+}
+
+TEST(HostCall, NegativeSeedIsRefused)
+{
+    expect_refused({"call", "mersenne_twister", "-1"}, "negative");
+}
+
+TEST(HostCall, ExtraArgumentIsRefused)
+{
+    expect_refused({"call", "testfunction", "1", "2"}, "takes one number");
+}
+
+TEST(HostCall, ArgumentOfGetMacIsRefused)
+{
+    expect_refused({"call", "getMAC", "1"}, "takes no argument");
+}
+
+TEST(HostCall, MissingPluginIsRefused)
+{
+    expect_refused({"--plugin", "/nonexistent/hostprobe_plugin.so", "call", "getMAC"},
+                   "cannot load the plug-in '/nonexistent/hostprobe_plugin.so'");
+}
+
+// -- keys ------------------------------------------------------------------------------
+
+TEST(HostKeys, ListsThePluginsKeys)
+{
+    child_result r = hostprobe({"keys", "xt::hostprobe_plugin"});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(lines_of(r.out),
+              (std::set<std::string>{"xt::hostprobe_plugin@wrapper", "xt::hostprobe_plugin.create@3445205045"}));
+}
+
+TEST(HostKeys, MethodNarrowsTheList)
+{
+    EXPECT_EQ(hostprobe({"keys", "xt::hostprobe_plugin.create"}).out, "xt::hostprobe_plugin.create@3445205045\n");
+}
+
+TEST(HostKeys, EmptyScriptListsTheNativeKeys)
+{
+    EXPECT_EQ(lines_of(hostprobe({"keys", "hostprobe_plugin", ""}).out).size(), 2u);
+}
+
+TEST(HostKeys, ScriptWithoutKeysListsNothing)
+{
+    child_result r = hostprobe({"keys", "xt::hostprobe_plugin", "js"});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.out, "");
+}
+
+TEST(HostKeys, MissingNameIsRefused)
+{
+    expect_refused({"keys"}, "keys takes a NAME");
+}
+
+// -- The rest of the command line ----------------------------------------------------------------
+
+TEST(HostCommands, VersionIsTheDefault)
+{
+    child_result r = hostprobe({});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.out.rfind("V8 ", 0), 0u) << r.out;
+}
+
+TEST(HostCommands, HelpListsEveryCommand)
+{
+    std::string out = hostprobe({"--help"}).out;
+    for (const char* command : {"version", "keys NAME", "call METHOD", "--plugin PATH"})
+        EXPECT_NE(out.find(command), std::string::npos) << command;
+}
+
+TEST(HostCommands, UnknownCommandIsRefused)
+{
+    expect_refused({"probe"}, "unknown command 'probe'");
+}

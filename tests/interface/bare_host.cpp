@@ -1,0 +1,22 @@
+// A host that exports no registry: loads the module named on its command
+// line as a host loads a plug-in and says whether that worked. Run by the
+// tests in a child process, since a module that needs a registry ends it.
+#include <dlfcn.h>
+
+#include <cstdio>
+
+int main(int argc, char** argv)
+{
+    if (argc != 2) {
+        fputs("usage: bare_host MODULE\n", stderr);
+        return 2;
+    }
+    void* module = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
+    if (!module) {
+        fprintf(stderr, "bare_host: %s\n", dlerror());
+        return 3;
+    }
+    puts("loaded");
+    dlclose(module);
+    return 0;
+}

@@ -1,0 +1,136 @@
+// A process whose registry reports another version: this program exports an
+// iglo_registrar of its own (so the library's is left out of the link) that
+// gives such a registry. The front refuses to register and to look up, and
+// says so in the log; the plug-in loads all the same, without keys.
+// HOSTPROBE_PLUGIN is the plug-in's path from the build.
+#include "interface/registrar.h"
+
+#include <dlfcn.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+// A registry of the same layout whose version check always fails, as one
+// built against another version would answer.
+class other_version_registry : public velk::interface_register_impl
+{
+public:
+    bool version_ok(int32_t) override { return false; }
+};
+
+other_version_registry& the_registry()
+{
+    static other_version_registry r;
+    return r;
+}
+
+std::vector<std::string> lines;
+
+class recorded_msg : public velk::logmsg
+{
+public:
+    using logmsg::logmsg;
+
+protected:
+    void release_hook() override
+    {
+        lines.emplace_back(text().ptr() ? text().ptr() : "", text().lens());
+        delete this;
+    }
+};
+
+// Both this program's lines and the plug-in's come through the registry's hook.
+void record(velk::log_ref& out, int32_t type, const velk::tokenhash& source, const void*)
+{
+    out = new recorded_msg(type, source);
+}
+
+void some_creator() {}
+
+class OtherVersion : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        the_registry().setup("", &record, nullptr, nullptr);
+        lines.clear();
+    }
+    velk::creator_fn creator = reinterpret_cast<velk::creator_fn>(&some_creator);
+};
+
+} // namespace
+
+extern "C" VELK_MODULE_EXPORT velk::interface_register_impl* iglo_registrar()
+{
+    return &the_registry();
+}
+
+TEST_F(OtherVersion, RegistrationIsRefused)
+{
+    EXPECT_FALSE(velk::register_creator("t::a@wrapper", creator));
+}
+
+TEST_F(OtherVersion, RefusedRegistrationEntersNothing)
+{
+    velk::register_creator("t::a@wrapper", creator);
+    EXPECT_EQ(the_registry().count(), 0u);
+}
+
+TEST_F(OtherVersion, RefusedRegistrationIsLogged)
+{
+    velk::register_creator("t::a@wrapper", creator);
+    EXPECT_EQ(lines, std::vector<std::string>{
+                         "declined interface registration for t::a@wrapper, mismatched stubsmith version (v7)"});
+}
+
+TEST_F(OtherVersion, RefusedRemovalIsSilent)
+{
+    EXPECT_FALSE(velk::register_creator("t::a@wrapper", nullptr));
+    EXPECT_TRUE(lines.empty());
+}
+
+TEST_F(OtherVersion, LookupGivesNullEvenForAKeyInTheTable)
+{
+    the_registry().hook_creator("t::present@wrapper", creator);
+    EXPECT_EQ(velk::get_creator("t::present@wrapper"), nullptr);
+    the_registry().hook_creator("t::present@wrapper", nullptr);
+}
+
+TEST_F(OtherVersion, LookupIsLoggedWithoutBlankBeforeTheVersion)
+{
+    velk::get_creator("t::b@wrapper");
+    EXPECT_EQ(lines, std::vector<std::string>{"mismatched stubsmith version for t::b@wrapper(v7)"});
+}
+
+TEST_F(OtherVersion, PluginLoadsAllTheSame)
+{
+    void* plugin = dlopen(HOSTPROBE_PLUGIN, RTLD_NOW | RTLD_LOCAL);
+    EXPECT_NE(plugin, nullptr) << dlerror();
+    if (plugin)
+        dlclose(plugin);
+}
+
+TEST_F(OtherVersion, PluginsKeysAreRefusedOneByOne)
+{
+    void* plugin = dlopen(HOSTPROBE_PLUGIN, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(plugin, nullptr) << dlerror();
+    EXPECT_EQ(the_registry().count(), 0u);
+    EXPECT_EQ(lines, (std::vector<std::string>{
+                         "declined interface registration for xt::hostprobe_plugin@wrapper, mismatched stubsmith version (v7)",
+                         "declined interface registration for xt::hostprobe_plugin.create@3445205045, mismatched stubsmith "
+                         "version (v7)"}));
+    dlclose(plugin);
+}
+
+TEST_F(OtherVersion, UnloadedPluginsRemovalsAreSilent)
+{
+    void* plugin = dlopen(HOSTPROBE_PLUGIN, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(plugin, nullptr) << dlerror();
+    lines.clear();
+    dlclose(plugin);
+    EXPECT_TRUE(lines.empty());
+}
