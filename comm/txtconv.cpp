@@ -359,7 +359,7 @@ char* write_plain_below_one(char* start, char* p, char* end, double v, int64_t n
     return write_point_fraction(p, end, v, n, nfrac);
 }
 
-// The report of append_fixed's checks, at the sites the description fixes.
+// The report of append_fixed's checks, at fixed places so reports read the same everywhere.
 void report_fixed(int32_t line, const char* expression)
 {
     assert_message none;
@@ -448,8 +448,8 @@ void append_num_metric(charstr& dst, int64_t value, uint32_t width, int32_t alig
 {
     static constexpr char letters[] = " kMGTPEZY";
     uint64_t m = magnitude(value);
-    // The digits by the decimal logarithm of the value in double precision, as
-    // the description fixes: a value just below a power of ten may round up.
+    // The digits by the decimal logarithm of the value in double precision, on
+    // purpose: a value just below a power of ten may round up, as it always has.
     int d = m ? static_cast<int>(std::floor(std::log10(static_cast<double>(m)))) + 1 : 0;
     uint32_t least = separator ? 7 : 6;
     if (width && width < least)
@@ -495,7 +495,7 @@ void append_fill(charstr& dst, uint32_t n, char c)
 //    A plain form is written from its integer part and its fraction apart,
 //    and rounds the fraction alone: the same sum, in more precision.
 //
-// Where the description leaves a gap, the span decides: no point without a
+// Where the steps above leave a gap, the span decides: no point without a
 // digit behind it, no fraction behind an integer part shown with an
 // exponent, the "-" of a negative exponent counted in the exponent form's
 // room, and the mantissa's digits kept to the significant ones (with trailing
