@@ -1,8 +1,8 @@
 // The interface registry: get_creator, the front's lookup with its version
-// check and the registry's mutex, against a bare std::unordered_map keyed by
-// std::string and looked up through std::string_view (no lock, no virtual
-// call); and the time to load the plug-in, its static registration
-// included, and to unload it, its keys' removal included.
+// check and the registry's mutex, against a std::unordered_map keyed by
+// std::string and looked up through std::string_view, bare and behind a
+// recursive lock; and the time to load the plug-in, its static
+// registration included, and to unload it, its keys' removal included.
 //
 // This program exports its registry as a host does. Keys have the shapes of
 // registry keys, 20 to 40 characters; each pass asks them in a shuffled
@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <mutex>
 #include <random>
 #include <string>
 #include <string_view>
@@ -113,6 +114,32 @@ void std_find(benchmark::State& state, bool missing)
     state.SetItemsProcessed(state.iterations());
 }
 
+// The same map behind a recursive lock, as a table that many threads share
+// must be: the registry's mutex is recursive too.
+void locked_std_find(benchmark::State& state, bool missing)
+{
+    int n = static_cast<int>(state.range(0));
+    std_map m;
+    std::recursive_mutex lock;
+    for (int i = 0; i < n; ++i)
+        m.emplace(key_of(i, false), &m);
+    std::vector<std::string> keys = lookup_keys(n, missing);
+    std::vector<std::string_view> views(keys.begin(), keys.end());
+    size_t i = 0;
+    for (auto _ : state) {
+        void* found;
+        {
+            std::lock_guard<std::recursive_mutex> guard(lock);
+            auto it = m.find(views[i]);
+            found = it == m.end() ? nullptr : it->second;
+        }
+        benchmark::DoNotOptimize(found);
+        if (++i == views.size())
+            i = 0;
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
 void* load_plugin() { return dlopen(HOSTPROBE_PLUGIN, RTLD_NOW | RTLD_LOCAL); }
 
 } // namespace
@@ -122,11 +149,16 @@ static void BM_unordered_map_find_existing(benchmark::State& state) { std_find(s
 static void BM_get_creator_missing(benchmark::State& state) { registry_get(state, true); }
 static void BM_unordered_map_find_missing(benchmark::State& state) { std_find(state, true); }
 
+static void BM_locked_unordered_map_find_existing(benchmark::State& state) { locked_std_find(state, false); }
+static void BM_locked_unordered_map_find_missing(benchmark::State& state) { locked_std_find(state, true); }
+
 // 10 to 1,000 entries: one module's keys up to a host full of modules.
 BENCHMARK(BM_get_creator_existing)->Arg(10)->Arg(100)->Arg(1000);
 BENCHMARK(BM_unordered_map_find_existing)->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK(BM_locked_unordered_map_find_existing)->Arg(10)->Arg(100)->Arg(1000);
 BENCHMARK(BM_get_creator_missing)->Arg(10)->Arg(100)->Arg(1000);
 BENCHMARK(BM_unordered_map_find_missing)->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK(BM_locked_unordered_map_find_missing)->Arg(10)->Arg(100)->Arg(1000);
 
 // Loading maps the module, runs its static initialisers and enters its keys.
 static void BM_dlopen_plugin(benchmark::State& state)

@@ -32,3 +32,13 @@ function(velk_host_exports target)
       "LINKER:--export-dynamic-symbol=${symbol}" "LINKER:--undefined=${symbol}")
   endforeach()
 endfunction()
+
+# velk_module_client(TARGET): the target calls interface classes whose type
+# records lie only in the modules it loads, as a host does. UBSan's vptr
+# check needs those records at link time, so sanitized builds leave it out
+# for such targets; the other checks stay.
+function(velk_module_client target)
+  if(VELK_SANITIZE)
+    target_compile_options(${target} PRIVATE -fno-sanitize=vptr)
+  endif()
+endfunction()

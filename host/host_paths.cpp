@@ -1,17 +1,18 @@
 // host_paths: the executable's directory and what lies in it.
 #include "host/host_paths.h"
 
-#include "comm/os/module.h"
+#include "comm/dir.h"
 
 namespace host {
 
 velk::charstr script_root()
 {
-    velk::charstr dir;
-    velk::token file(velk::os::main_program_file());
+    velk::charstr file = velk::directory::get_program_path();
+    velk::token path = file;
     // Flags 12: the directory part with its separator, or empty.
-    dir = file.cut_back_at('/', velk::cut_separator_to_returned | velk::cut_empty_if_none);
-    return dir;
+    velk::token dir = path.cut_back_at_group(velk::path_algebra::separators,
+                                             velk::cut_separator_to_returned | velk::cut_empty_if_none);
+    return velk::charstr(dir);
 }
 
 bool default_plugin_path(velk::charstr& out)

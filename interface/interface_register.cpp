@@ -6,19 +6,45 @@
 // again. Each operation holds the mutex for its whole length.
 #include "interface/interface_register.h"
 
+#include "comm/path_algebra.h"
 #include "interface/creator_key.h"
 
+#include <cstring>
 #include <utility>
 
 namespace velk {
 
 namespace {
 
-// What setup puts behind a root that ends in no separator: the separator
-// that paths on this platform are written with.
-constexpr char root_separator = '/';
+bool has_zero_byte(const token& t)
+{
+    return t.lens() && memchr(t.ptr(), 0, t.lens()) != nullptr;
+}
 
-bool is_separator(char c) { return c == '/' || c == '\\'; }
+// Whether any segment of path is "..".
+bool has_climb(const token& path)
+{
+    const char* seg = path.ptr();
+    for (const char* p = path.ptr(); ; ++p) {
+        bool end = p == path.ptre();
+        if (end || path_algebra::is_separator(*p)) {
+            if (p - seg == 2 && seg[0] == '.' && seg[1] == '.')
+                return true;
+            if (end)
+                return false;
+            seg = p + 1;
+        }
+    }
+}
+
+// Compacts path with "/" and checks that no ".." is left in it: the include
+// part of a path is appended unnormalised, and its ".." segments must not
+// lead out of the root once a file is opened under the path. Compaction
+// keeps the ".." segments that it can't undo in a relative path.
+bool stays_compact_below_root(charstr& path)
+{
+    return path_algebra::compact_path(path, '/') && !has_climb(path);
+}
 
 token key_of(const creator_entry& e) { return prefix_key(e.ifcname.ptr(), e.keylen); }
 
@@ -195,8 +221,8 @@ void interface_register_impl::setup(const token& path, registry_log_hook_fn log_
     comm_mutex_guard guard(_mutex);
     if (_root_path.is_empty()) {
         _root_path = path;
-        if (!_root_path.is_empty() && !is_separator(_root_path.ptr()[_root_path.lens() - 1]))
-            _root_path << root_separator;
+        if (!_root_path.is_empty() && !path_algebra::is_separator(_root_path.ptr()[_root_path.lens() - 1]))
+            _root_path << path_algebra::separator;
     }
     if (log_hook)
         _log_hook = log_hook;
@@ -210,11 +236,55 @@ bool interface_register_impl::version_ok(int32_t version) { return version == in
 
 // -- Include paths --------------------------------------------------------------
 
+// In order: the path is made from the root (an include path that starts
+// with a separator, or is absolute), or from the current path and the
+// include path (relative); it must then lie below the root, and the host
+// may refuse it. The host's check is skipped for a relative include path
+// unless the caller asks for the relative part and the path was absolute.
 bool interface_register_impl::resolve_include_path(const token& current_path, const token& include_path,
                                                    charstr& out, token* out_relative)
 {
-    // Waits for the path operations of the library; until then nothing resolves.
-    return false;
+    if (has_zero_byte(current_path) || has_zero_byte(include_path))
+        return false; // a file name would end early at it
+    bool host_checks = true;
+    char first = include_path.first_char();
+    if (path_algebra::is_separator(first) || path_algebra::is_absolute_path(include_path)) {
+        token rest = path_algebra::is_separator(first) ? token(include_path.ptr() + 1, include_path.ptre()) : include_path;
+        out = _root_path;
+        if (!path_algebra::append_path(out, rest, true))
+            return false;
+    } else {
+        if (!current_directory(current_path, out))
+            return false;
+        int appended = path_algebra::append_path(out, include_path, out_relative == nullptr);
+        if (!appended)
+            return false;
+        host_checks = out_relative && appended > 0;
+    }
+    if (!stays_compact_below_root(out))
+        return false;
+    token rest = out;
+    if (!path_algebra::is_subpath(_root_path, rest))
+        return false;
+    if (out_relative)
+        *out_relative = rest;
+    return !host_checks || !_path_check_hook || _path_check_hook(rest);
+}
+
+// The current path as the base of a relative include: as it stands when it
+// is absolute, else below the root, without a leading "file:///". Compacted.
+bool interface_register_impl::current_directory(const token& current_path, charstr& out)
+{
+    token current = current_path;
+    if (path_algebra::is_absolute_path(current)) {
+        out = current;
+    } else {
+        current.consume_prefix_icase("file:///");
+        out = _root_path;
+        if (!path_algebra::append_path(out, current, true))
+            return false;
+    }
+    return path_algebra::compact_path(out, '/');
 }
 
 // -- Introspection --------------------------------------------------------------

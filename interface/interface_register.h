@@ -160,11 +160,16 @@ public:
     // True when version equals interface_version.
     virtual bool version_ok(int32_t version);
 
-    // Turns the include path that a script names, seen from current_path,
-    // into a full path below the root, in out. False when it can't be made or
-    // leaves the root, or when the host's path check refuses it. When
-    // out_relative isn't null it receives the part behind the root, a view
-    // into out. Throws std::bad_alloc.
+    // Turns the include path that a script names, seen from current_path
+    // (a directory: absolute, or relative to the root, with or without
+    // "file:///"), into a compacted full path below the root, in out. An
+    // include path that starts with a separator or is absolute is taken
+    // from the root. False when the path can't be made, holds a zero byte,
+    // leaves the root by any ".." segment, or is refused by the host's path
+    // check; out is unspecified then. When out_relative isn't null it
+    // receives the part behind the root, a view into out. With an empty
+    // root every path that doesn't climb above its start lies below it.
+    // Throws std::bad_alloc.
     virtual bool resolve_include_path(const token& current_path, const token& include_path,
                                       charstr& out, token* out_relative);
 
@@ -198,6 +203,7 @@ private:
     template <class MATCH>
     void append_matches(dynarray<creator_match>& out, MATCH match);
     bool insert_entry(charstr& text, creator_fn creator);
+    bool current_directory(const token& current_path, charstr& out);
     bool remove_entry(const token& key);
 
     creator_table _hash;

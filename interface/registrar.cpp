@@ -3,6 +3,7 @@
 // host's hook.
 #include "interface/registrar.h"
 
+#include "comm/dir.h"
 #include "comm/exception.h"
 #include "comm/log/logmsg.h"
 #include "comm/os/module.h"
@@ -32,15 +33,14 @@ interface_register_impl* look_up_registrar()
 // handle; just "*:0" when the system can't tell the module.
 void append_module_part(charstr& text)
 {
-    const void* here = reinterpret_cast<const void*>(&append_module_part);
-    uint64_t handle = os::module_handle_of(here);
-    const char* path = handle ? os::module_file_of(here) : nullptr;
+    charstr path;
+    uint64_t handle = directory::module_of_address(reinterpret_cast<const void*>(&append_module_part), path);
     text << '*';
-    if (path) {
-        token file(path);
+    if (!path.is_empty()) {
+        token file = path;
         if (file.lens() > max_module_path)
             file = token(file.ptr(), max_module_path);
-        text << file.cut_back_at_group("/\\", cut_drop_separator | cut_return_right);
+        text << file.cut_back_at_group(path_algebra::separators, cut_drop_separator | cut_return_right);
     } else {
         handle = 0;
     }

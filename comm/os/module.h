@@ -41,9 +41,4 @@ uint64_t library_module_handle(void* library);
 // while the module is loaded.
 const char* module_file_of(const void* addr);
 
-// Path of the main program's file, resolved by the system (not the name it
-// was started by), or null when the system can't tell. Read once; the text
-// stays valid for the life of the process.
-const char* main_program_file();
-
 } // namespace velk::os

@@ -4,9 +4,7 @@
 #include "comm/os/module.h"
 
 #include <dlfcn.h>
-#include <limits.h>
 #include <link.h>
-#include <unistd.h>
 
 namespace velk::os {
 
@@ -69,20 +67,6 @@ void* main_program_symbol(const char* name)
     if (!sym || module_handle_of(sym) != main_program_handle())
         return nullptr;
     return sym;
-}
-
-const char* main_program_file()
-{
-    // dladdr names the main program by its argv[0]; the kernel's link names its file.
-    static char path[PATH_MAX];
-    static const bool known = [] {
-        ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
-        if (n <= 0)
-            return false;
-        path[n] = 0;
-        return true;
-    }();
-    return known ? path : nullptr;
 }
 
 } // namespace velk::os

@@ -5,6 +5,7 @@
 // tests/plugin/plugin_module_test.
 #include "interface/registrar.h"
 
+#include "comm/dir.h"
 #include "comm/os/module.h"
 #include "interface/ifc_autoregger.h"
 #include "interface/singleton.h"
@@ -26,9 +27,10 @@ creator_fn fake(uintptr_t n) { return reinterpret_cast<creator_fn>(0x2000 + 16 *
 // The module part that this program's front appends: its file name and handle.
 std::string this_module_part()
 {
-    token file(velk::os::module_file_of(reinterpret_cast<const void*>(&fake)));
-    token name = file.cut_back_at('/', velk::cut_drop_separator | velk::cut_return_right);
-    return str(name) + ":" + std::to_string(velk::os::main_program_handle());
+    uint64_t handle = velk::os::main_program_handle();
+    velk::charstr name;
+    velk::directory::get_module_name(handle, name, false);
+    return str(name) + ":" + std::to_string(handle);
 }
 
 // -- A static registration of this program, made before main ------------------
