@@ -1,6 +1,9 @@
-// The allocation front end. For now both kinds sit on the runtime's
-// allocator; the memory spaces take over behind these same functions.
+// The allocation front end. Single objects come from the global memory
+// space; array blocks still sit on the runtime's allocator until they move
+// to the array space behind these same functions.
 #include "comm/alloc/commalloc.h"
+
+#include "comm/alloc/mspace.h"
 
 #include <malloc.h>
 
@@ -17,12 +20,12 @@ constexpr uint64_t header = 16;
 
 void* global_alloc(size_t size)
 {
-    return ::malloc(size ? size : 1);
+    return mspace_alloc(global_mspace(), size);
 }
 
 void global_release(void* p)
 {
-    ::free(p);
+    mspace_release(p);
 }
 
 void* comm_array_allocator::alloc(uint64_t count, uint64_t elem_size, mspace)
