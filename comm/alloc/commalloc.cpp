@@ -1,6 +1,9 @@
-// The allocation front end. For now both kinds sit on the runtime's
-// allocator; the memory spaces take over behind these same functions.
+// The allocation front end. Single objects come from the global memory
+// space; array blocks still sit on the runtime's allocator until they move
+// to the array space behind these same functions.
 #include "comm/alloc/commalloc.h"
+
+#include "comm/alloc/mspace.h"
 
 #include <malloc.h>
 
@@ -27,12 +30,12 @@ inline void notify(array_request kind, void* p, uint64_t count, uint64_t elem_si
 
 void* global_alloc(size_t size)
 {
-    return ::malloc(size ? size : 1);
+    return mspace_alloc(global_mspace(), size);
 }
 
 void global_release(void* p)
 {
-    ::free(p);
+    mspace_release(p);
 }
 
 // The runtime's allocator needs no set-up; the array space will be made here.
