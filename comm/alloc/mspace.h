@@ -112,6 +112,18 @@ void* mspace_resize_in_place(void* p, uint64_t bytes);
 // Bytes usable in the block p: 0 for null and for a released block in a bin.
 uint64_t mspace_usable_size(const void* p);
 
+// mspace_usable_size of a block the caller holds, read from its header in
+// place: the containers ask it on every growth test. The header word sits
+// just before p (chunk layout: previous foot, head, memory); its low three
+// bits are flags, 4 marking a reserved block, which has its own measure.
+inline uint64_t mspace_usable_size_in_use(const void* p)
+{
+    uint64_t head = __atomic_load_n(static_cast<const uint64_t*>(p) - 1, __ATOMIC_RELAXED);
+    if (head & 4)
+        return mspace_usable_size(p);
+    return (head & ~uint64_t(7)) - 16; // less the two header words
+}
+
 // The space that owns the block p; null for null and for a reserved block.
 // Traps if the footer does not name a space.
 mspace mspace_owner(const void* p);
