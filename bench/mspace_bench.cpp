@@ -2,15 +2,20 @@
 // the same precomputed workloads: slots that are refilled at random, so that
 // blocks live for random spans; every block is written whole.
 //
-//   small:  8 to 512 bytes, 16384 slots
-//   larger: 1 KiB to 200 KiB (log-uniform, below the direct threshold), 512 slots
-//   direct: 256 KiB to 4 MiB, 32 slots (every block a region of its own)
+//   small:  8 to 512 bytes, 16384 slots, 3,000,000 steps
+//   larger: 1 KiB to 200 KiB (log-uniform, below the direct threshold), 512
+//           slots, 300,000 steps
+//   direct: 256 KiB to 4 MiB, 32 slots (every block a region of its own),
+//           2,000 steps
 //
-// Counters: peak_footprint_MiB (the space's peak footprint), system_MiB
-// (bytes the allocator holds from the system at the end of the timed loop:
-// the footprint, or the runtime heap's arena plus mapped blocks) and
+// The step counts are fixed, so that each benchmark is one run on a fresh
+// heap and its resident-set figure is its own.
+//
+// Counters: peak_footprint_MiB (the space's peak footprint) and
 // peak_rss_growth_MiB (the growth of the process's peak resident set during
-// the run, after giving back what the previous run left).
+// the run, after giving back what the previous run left). The runtime heap
+// keeps some memory across runs, so run one benchmark per process for the
+// cleanest resident-set figures.
 #include "comm/alloc/mspace.h"
 
 #include <benchmark/benchmark.h>
@@ -28,6 +33,10 @@ namespace {
 
 constexpr double mib = 1024.0 * 1024.0;
 constexpr size_t sequence_length = 1 << 20;
+// Enough steps for each workload to reach its steady state many times over.
+constexpr benchmark::IterationCount small_steps = 3'000'000;
+constexpr benchmark::IterationCount larger_steps = 300'000;
+constexpr benchmark::IterationCount direct_steps = 2'000;
 
 struct operation
 {
@@ -111,10 +120,9 @@ double peak_rss_growth_mib(uint64_t start_kib)
 }
 
 // Runs the workload over an allocator: each step releases what the slot
-// holds and fills it with a new block, written whole. at_end runs after the
-// timed loop, before the blocks go.
-template <class Alloc, class Release, class AtEnd>
-void run(benchmark::State& state, const workload& w, Alloc alloc, Release release, AtEnd at_end)
+// holds and fills it with a new block, written whole.
+template <class Alloc, class Release>
+void run(benchmark::State& state, const workload& w, Alloc alloc, Release release)
 {
     std::vector<void*> slots(w.slots, nullptr);
     size_t i = 0;
@@ -129,7 +137,6 @@ void run(benchmark::State& state, const workload& w, Alloc alloc, Release releas
         std::memset(slot, static_cast<int>(i), op.size);
         benchmark::DoNotOptimize(slot);
     }
-    at_end();
     for (void* p : slots)
         if (p)
             release(p);
@@ -141,8 +148,7 @@ void run_mspace(benchmark::State& state, const workload& w, bool locked)
     velk::mspace space = velk::mspace_create(0, locked, 0);
     run(
         state, w, [space](uint64_t n) { return velk::mspace_alloc(space, n); },
-        [](void* p) { velk::mspace_release(p); },
-        [&] { state.counters["system_MiB"] = static_cast<double>(velk::mspace_footprint(space)) / mib; });
+        [](void* p) { velk::mspace_release(p); });
     state.counters["peak_footprint_MiB"] = static_cast<double>(velk::mspace_peak_footprint(space)) / mib;
     state.counters["peak_rss_growth_MiB"] = peak_rss_growth_mib(rss);
     velk::mspace_destroy(space);
@@ -152,11 +158,7 @@ void run_malloc(benchmark::State& state, const workload& w)
 {
     uint64_t rss = start_rss_measurement();
     run(
-        state, w, [](uint64_t n) { return std::malloc(n); }, [](void* p) { std::free(p); },
-        [&] {
-            struct mallinfo2 mi = mallinfo2();
-            state.counters["system_MiB"] = static_cast<double>(mi.arena + mi.hblkhd) / mib;
-        });
+        state, w, [](uint64_t n) { return std::malloc(n); }, [](void* p) { std::free(p); });
     state.counters["peak_rss_growth_MiB"] = peak_rss_growth_mib(rss);
 }
 
@@ -166,40 +168,40 @@ static void BM_small_mspace_locked(benchmark::State& state)
 {
     run_mspace(state, small_workload(), true);
 }
-BENCHMARK(BM_small_mspace_locked);
+BENCHMARK(BM_small_mspace_locked)->Iterations(small_steps);
 
 static void BM_small_mspace_unlocked(benchmark::State& state)
 {
     run_mspace(state, small_workload(), false);
 }
-BENCHMARK(BM_small_mspace_unlocked);
+BENCHMARK(BM_small_mspace_unlocked)->Iterations(small_steps);
 
 static void BM_small_malloc(benchmark::State& state)
 {
     run_malloc(state, small_workload());
 }
-BENCHMARK(BM_small_malloc);
+BENCHMARK(BM_small_malloc)->Iterations(small_steps);
 
 static void BM_larger_mspace_locked(benchmark::State& state)
 {
     run_mspace(state, larger_workload(), true);
 }
-BENCHMARK(BM_larger_mspace_locked);
+BENCHMARK(BM_larger_mspace_locked)->Iterations(larger_steps);
 
 static void BM_larger_malloc(benchmark::State& state)
 {
     run_malloc(state, larger_workload());
 }
-BENCHMARK(BM_larger_malloc);
+BENCHMARK(BM_larger_malloc)->Iterations(larger_steps);
 
 static void BM_direct_mspace_locked(benchmark::State& state)
 {
     run_mspace(state, direct_workload(), true);
 }
-BENCHMARK(BM_direct_mspace_locked);
+BENCHMARK(BM_direct_mspace_locked)->Iterations(direct_steps);
 
 static void BM_direct_malloc(benchmark::State& state)
 {
     run_malloc(state, direct_workload());
 }
-BENCHMARK(BM_direct_malloc);
+BENCHMARK(BM_direct_malloc)->Iterations(direct_steps);

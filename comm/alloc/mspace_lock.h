@@ -3,11 +3,8 @@
 //
 // Taking it is an atomic exchange of 1; a taker that finds it held reads the
 // word until it sees 0 and tries again, giving up its time slice every 64th
-// round. Releasing stores 0 with release ordering: an exchange would order
-// no more, but as a full barrier it waits for every pending store of the
-// holder (a block it just filled, say), which made every uncontended
-// allocation measurably slower. The lock is not recursive and has no owner:
-// nothing may call back into the allocator while holding it.
+// round. Releasing is an atomic exchange of 0. The lock is not recursive and
+// has no owner: nothing may call back into the allocator while holding it.
 #pragma once
 
 #include "comm/alloc/mspace_chunk.h"
@@ -45,7 +42,7 @@ inline void spin_acquire(uint32_t& word)
 
 inline void spin_release(uint32_t& word)
 {
-    std::atomic_ref<uint32_t>(word).store(0, std::memory_order_release);
+    std::atomic_ref<uint32_t>(word).exchange(0, std::memory_order_release);
 }
 
 // Holds the lock of a space for a scope, if the space uses its lock.
