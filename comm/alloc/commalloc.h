@@ -9,13 +9,12 @@
 // allocation is std::bad_alloc, except a reserved block that cannot grow.
 #pragma once
 
+#include "comm/alloc/mspace.h"
+
 #include <cstddef>
 #include <cstdint>
 
 namespace velk {
-
-// Handle of a memory space; null names the default space of the call.
-using mspace = void*;
 
 // A block of at least size bytes, or null when memory is exhausted. Callers
 // check the result and throw std::bad_alloc themselves, so that every site
@@ -60,7 +59,10 @@ public:
     static void free(void* p);
 
     // Usable bytes behind the array pointer, or 0 for null.
-    static uint64_t size(const void* p);
+    static uint64_t size(const void* p)
+    {
+        return p ? mspace_usable_size_in_use(static_cast<const char*>(p) - 8) - 8 : 0;
+    }
 
     // The count word, or 0 for null.
     static uint64_t count(const void* p) { return p ? static_cast<const uint64_t*>(p)[-1] : 0; }
