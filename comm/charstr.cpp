@@ -56,7 +56,7 @@ bool charstr::operator==(const token& t) const
 
 // A charstr buffer comes from the array space and is never a reserved block,
 // so add does not give null here.
-char* charstr::append_buffer(uint32_t n)
+char* charstr::append_buffer_grow(uint32_t n)
 {
     // With a terminator the span starts over it; without, one comes too.
     uint32_t has_terminator = count() ? 1 : 0;
@@ -65,11 +65,10 @@ char* charstr::append_buffer(uint32_t n)
     return p;
 }
 
-charstr& charstr::append(const token& t)
+charstr& charstr::append_grow(const token& t)
 {
     uint32_t n = t.lens();
-    if (n)
-        memcpy(append_buffer(n), t.ptr(), n);
+    memcpy(append_buffer_grow(n), t.ptr(), n);
     return *this;
 }
 
@@ -84,10 +83,8 @@ charstr& charstr::append(const charstr& s)
     return *this;
 }
 
-charstr& charstr::append(char c)
+charstr& charstr::append_grow(char c)
 {
-    if (c == 0)
-        return *this;
     // An empty string with no terminator gets the char and one: count 2.
     char* p = count() ? _buf.add(1) - 1 : _buf.alloc(2);
     p[0] = c;

@@ -24,6 +24,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 namespace velk {
@@ -98,10 +99,31 @@ public:
 
     // Room for n > 0 more characters, terminated behind them: the caller
     // writes exactly n bytes at the result.
-    char* append_buffer(uint32_t n);
+    char* append_buffer(uint32_t n)
+    {
+        // With a terminator in place and room behind it: the span starts over it.
+        if (count() != 0)
+            if (char* p = _buf.add_within(n)) {
+                p[n - 1] = 0;
+                return p - 1;
+            }
+        return append_buffer_grow(n);
+    }
 
     // Nothing for an empty token: an empty string keeps its form.
-    charstr& append(const token& t);
+    charstr& append(const token& t)
+    {
+        uint32_t n = t.lens();
+        if (n == 0)
+            return *this;
+        if (count() != 0)
+            if (char* p = _buf.add_within(n)) {
+                copy_text(p - 1, t.ptr(), n);
+                p[n - 1] = 0;
+                return *this;
+            }
+        return append_grow(t);
+    }
     // A literal, measured by fix_literal_length.
     template <size_t N>
     charstr& append(const char (&literal)[N]) { return append(token(literal)); }
@@ -110,7 +132,18 @@ public:
     charstr& append(T czstr) { return czstr ? append(token(czstr)) : *this; }
     charstr& append(const charstr& s);
     // A char of 0 is ignored.
-    charstr& append(char c);
+    charstr& append(char c)
+    {
+        if (c == 0)
+            return *this;
+        if (count() != 0)
+            if (char* p = _buf.add_within(1)) {
+                p[-1] = c;
+                p[0] = 0;
+                return *this;
+            }
+        return append_grow(c);
+    }
 
     // -- Numbers: the writers of comm/txtconv ---------------------------
 
@@ -201,6 +234,37 @@ private:
     static constexpr char empty_text[1] = "";
 
     uint32_t count() const { return _buf.size(); }
+
+    // The appends when the string has no terminator or no room: out of line.
+    char* append_buffer_grow(uint32_t n);
+    charstr& append_grow(const token& t);
+    charstr& append_grow(char c);
+
+    // n > 0 bytes; up to 16 by overlapping word moves, so the short pieces
+    // an append usually gets need no call.
+    static void copy_text(char* to, const char* from, uint32_t n)
+    {
+        if (n > 16) {
+            memcpy(to, from, n);
+        } else if (n >= 8) {
+            uint64_t a, b;
+            memcpy(&a, from, 8);
+            memcpy(&b, from + n - 8, 8);
+            memcpy(to, &a, 8);
+            memcpy(to + n - 8, &b, 8);
+        } else if (n >= 4) {
+            uint32_t a, b;
+            memcpy(&a, from, 4);
+            memcpy(&b, from + n - 4, 4);
+            memcpy(to, &a, 4);
+            memcpy(to + n - 4, &b, 4);
+        } else {
+            char a = from[0], b = from[n / 2], c = from[n - 1];
+            to[0] = a;
+            to[n / 2] = b;
+            to[n - 1] = c;
+        }
+    }
 
     dynarray<char, uint32_t, comm_array_allocator> _buf;
 };

@@ -91,6 +91,21 @@ public:
     // Null when a reserved block refused to grow: the array is then null.
     T* add(COUNT n);
 
+    // add without growth: null, the array unchanged, when the block is null
+    // or too small. Never calls out of line; the caller grows on null.
+    T* add_within(COUNT n)
+    {
+        T* p = _ptr;
+        if (!p)
+            return nullptr;
+        uint64_t c = A::count(p);
+        uint64_t want = c + n;
+        if (want * sizeof(T) > A::size(p))
+            return nullptr;
+        A::set_count(p, want);
+        return p + c;
+    }
+
     // add of 1, the slot value-initialised (T()). Gives the slot, or null as add.
     T* push();
     // add of 1, the slot made from v; v may be an element of this array.

@@ -178,13 +178,6 @@ uint64_t mspace_destroy(mspace msp)
 
 // -- Blocks -------------------------------------------------------------------------------
 
-void* mspace_alloc(mspace msp, uint64_t bytes)
-{
-    mspace_state* m = state_for_alloc(msp);
-    space_guard guard(m);
-    return alloc_locked(m, bytes);
-}
-
 void* mspace_alloc_zeroed(mspace msp, uint64_t count, uint64_t size)
 {
     uint64_t bytes = 0;
@@ -201,20 +194,6 @@ void* mspace_alloc_zeroed(mspace msp, uint64_t count, uint64_t size)
     return p;
 }
 
-void mspace_release(void* p)
-{
-    if (!p)
-        return;
-    chunk* c = memory_chunk(p);
-    uint64_t head = load_head(c);
-    if (head & reserved_bit) {
-        release_reserved(c);
-        return;
-    }
-    mspace_state* m = owner_of(c, head);
-    space_guard guard(m);
-    release_locked(m, c);
-}
 
 void* mspace_resize(mspace msp, void* p, uint64_t bytes)
 {

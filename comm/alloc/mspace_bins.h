@@ -32,10 +32,10 @@ inline chunk* small_bin(mspace_state* m, uint32_t i)
 }
 
 // The tree bin a free chunk of size bytes (256 or more) belongs to.
-uint32_t tree_index(uint64_t size);
+inline uint32_t tree_index(uint64_t size);
 // How far a size is shifted so that the first bit the trie of bin i decides
 // on stands at the top of the word.
-uint32_t tree_leftshift(uint32_t i);
+inline uint32_t tree_leftshift(uint32_t i);
 
 // Links every small bin to itself; leaves the maps alone.
 void init_bins(mspace_state* m);
@@ -97,15 +97,15 @@ inline chunk* take_first_small(mspace_state* m, uint32_t i)
 
 // -- Tree bins ----------------------------------------------------------------------
 
-void insert_large(mspace_state* m, chunk* c, uint64_t size);
-void unlink_large(mspace_state* m, chunk* c);
+inline void insert_large(mspace_state* m, chunk* c, uint64_t size);
+inline void unlink_large(mspace_state* m, chunk* c);
 
 // Best fit for a large chunk size nb from the tree bins, split and in use,
 // or null when the designated remainder fits at least as well.
-chunk* tree_alloc_large(mspace_state* m, uint64_t nb);
+inline chunk* tree_alloc_large(mspace_state* m, uint64_t nb);
 // Best fit for a small chunk size nb from the lowest non-empty tree bin;
 // tree_map must not be 0. The leftover becomes the designated remainder.
-chunk* tree_alloc_small(mspace_state* m, uint64_t nb);
+inline chunk* tree_alloc_small(mspace_state* m, uint64_t nb);
 
 // -- Either kind ----------------------------------------------------------------------
 
@@ -135,3 +135,6 @@ inline void replace_remainder(mspace_state* m, chunk* c, uint64_t size)
 }
 
 } // namespace velk::mspace_impl
+
+// The definitions of the tree functions declared above.
+#include "comm/alloc/mspace_tree.h"

@@ -8,6 +8,9 @@
 #include "comm/alloc/mspace_core.h"
 
 #include "comm/alloc/mspace_bins.h"
+#include "comm/alloc/mspace_handle.h"
+#include "comm/alloc/mspace_lock.h"
+#include "comm/alloc/mspace_reserved.h"
 #include "comm/alloc/mspace_system.h"
 
 namespace velk::mspace_impl {
@@ -304,3 +307,33 @@ chunk* resize_locked(mspace_state* m, chunk* p, uint64_t nb)
 }
 
 } // namespace velk::mspace_impl
+
+// The two entry points that run on every block live here, beside the chunk
+// algorithms, so that each compiles into one function without calls.
+namespace velk {
+
+using namespace mspace_impl;
+
+void* mspace_alloc(mspace msp, uint64_t bytes)
+{
+    mspace_state* m = state_for_alloc(msp);
+    space_guard guard(m);
+    return alloc_locked(m, bytes);
+}
+
+void mspace_release(void* p)
+{
+    if (!p)
+        return;
+    chunk* c = memory_chunk(p);
+    uint64_t head = load_head(c);
+    if (head & reserved_bit) {
+        release_reserved(c);
+        return;
+    }
+    mspace_state* m = owner_of(c, head);
+    space_guard guard(m);
+    release_locked(m, c);
+}
+
+} // namespace velk
