@@ -11,6 +11,7 @@
 #include "tests/plugin/host_interface_stub.h"
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -214,10 +215,12 @@ TEST_F(PluginModule, UnloadingTheSecondModuleLeavesThePluginsKeys)
 
 namespace {
 
-// The plug-in's file under another name: the loader takes it for another module.
+// The plug-in's file under another name: the loader takes it for another
+// module. The name is this process's own: tests run side by side, and a
+// mapped module whose file is rewritten faults.
 std::string copy_of_plugin()
 {
-    std::string path = std::string(::testing::TempDir()) + "hostprobe_plugin_copy.so";
+    std::string path = std::string(::testing::TempDir()) + "hostprobe_plugin_copy_" + std::to_string(getpid()) + ".so";
     std::filesystem::copy_file(HOSTPROBE_PLUGIN, path, std::filesystem::copy_options::overwrite_existing);
     return path;
 }
