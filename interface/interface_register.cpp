@@ -238,9 +238,9 @@ bool interface_register_impl::version_ok(int32_t version) { return version == in
 
 // In order: the path is made from the root (an include path that starts
 // with a separator, or is absolute), or from the current path and the
-// include path (relative); it must then lie below the root, and the host
-// may refuse it. The host's check is skipped for a relative include path
-// unless the caller asks for the relative part and the path was absolute.
+// include path (relative); it must then lie below the root. The host judges
+// the paths taken from the root; a relative include is fenced by the root
+// alone.
 bool interface_register_impl::resolve_include_path(const token& current_path, const token& include_path,
                                                    charstr& out, token* out_relative)
 {
@@ -249,17 +249,16 @@ bool interface_register_impl::resolve_include_path(const token& current_path, co
     bool host_checks = true;
     char first = include_path.first_char();
     if (path_algebra::is_separator(first) || path_algebra::is_absolute_path(include_path)) {
-        token rest = path_algebra::is_separator(first) ? token(include_path.ptr() + 1, include_path.ptre()) : include_path;
+        token rest = include_path;
+        if (path_algebra::is_separator(first))
+            rest = token(rest.ptr() + 1, rest.ptre());
         out = _root_path;
         if (!path_algebra::append_path(out, rest, true))
             return false;
     } else {
-        if (!current_directory(current_path, out))
+        if (!current_directory(current_path, out) || !path_algebra::append_path(out, include_path, true))
             return false;
-        int appended = path_algebra::append_path(out, include_path, out_relative == nullptr);
-        if (!appended)
-            return false;
-        host_checks = out_relative && appended > 0;
+        host_checks = false;
     }
     if (!stays_compact_below_root(out))
         return false;

@@ -166,7 +166,8 @@ public:
     // include path that starts with a separator or is absolute is taken
     // from the root. False when the path can't be made, holds a zero byte,
     // leaves the root by any ".." segment, or is refused by the host's path
-    // check; out is unspecified then. When out_relative isn't null it
+    // check, which judges the paths taken from the root; out is unspecified
+    // then. When out_relative isn't null it
     // receives the part behind the root, a view into out. With an empty
     // root every path that doesn't climb above its start lies below it.
     // Throws std::bad_alloc.
