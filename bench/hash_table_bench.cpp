@@ -5,6 +5,7 @@
 // key, as the registry's do; the map is keyed by std::string and looked up
 // through std::string_view without building a string. Each pass asks the
 // keys in a shuffled order, so that neither side walks memory in sequence.
+#include "bench/registry_keys.h"
 #include "comm/charstr.h"
 #include "comm/hash_table.h"
 
@@ -28,39 +29,9 @@ struct entry
 };
 using registry_table = velk::token_hash_table<entry>;
 
-struct string_hash
-{
-    using is_transparent = void;
-    size_t operator()(std::string_view s) const noexcept { return std::hash<std::string_view>{}(s); }
-};
-struct string_equal
-{
-    using is_transparent = void;
-    bool operator()(std::string_view a, std::string_view b) const noexcept { return a == b; }
-};
-using std_map = std::unordered_map<std::string, void*, string_hash, string_equal>;
-
-// The forms of registry keys, one after the other.
-std::string key_of(int i, bool missing)
-{
-    std::string n = std::to_string(i) + (missing ? "x" : "");
-    switch (i % 4) {
-    case 0: return "xt::iface" + n + "@wrapper";
-    case 1: return "xt::iface" + n + ".create@3445205045";
-    case 2: return "xt::js::iface" + n + ".create";
-    default: return "xt::iface" + n + "@maker.js";
-    }
-}
-
-// Lookup keys for a pass: n present or n missing keys, shuffled.
-std::vector<std::string> lookup_keys(int n, bool missing)
-{
-    std::vector<std::string> keys;
-    for (int i = 0; i < n; ++i)
-        keys.push_back(key_of(i, missing));
-    std::shuffle(keys.begin(), keys.end(), std::mt19937(12345)); // fixed: runs compare
-    return keys;
-}
+using bench::key_of;
+using bench::lookup_keys;
+using bench::std_map;
 
 void fill(registry_table& t, int n)
 {

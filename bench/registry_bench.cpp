@@ -7,6 +7,7 @@
 // This program exports its registry as a host does. Keys have the shapes of
 // registry keys, 20 to 40 characters; each pass asks them in a shuffled
 // order. HOSTPROBE_PLUGIN is the plug-in's path from the build.
+#include "bench/registry_keys.h"
 #include "interface/registrar.h"
 
 #include <dlfcn.h>
@@ -24,38 +25,9 @@
 
 namespace {
 
-struct string_hash
-{
-    using is_transparent = void;
-    size_t operator()(std::string_view s) const noexcept { return std::hash<std::string_view>{}(s); }
-};
-struct string_equal
-{
-    using is_transparent = void;
-    bool operator()(std::string_view a, std::string_view b) const noexcept { return a == b; }
-};
-using std_map = std::unordered_map<std::string, void*, string_hash, string_equal>;
-
-// The forms of registry keys, one after the other.
-std::string key_of(int i, bool missing)
-{
-    std::string n = std::to_string(i) + (missing ? "x" : "");
-    switch (i % 4) {
-    case 0: return "xt::iface" + n + "@wrapper";
-    case 1: return "xt::iface" + n + ".create@3445205045";
-    case 2: return "xt::js::iface" + n + ".create";
-    default: return "xt::iface" + n + "@maker.js";
-    }
-}
-
-std::vector<std::string> lookup_keys(int n, bool missing)
-{
-    std::vector<std::string> keys;
-    for (int i = 0; i < n; ++i)
-        keys.push_back(key_of(i, missing));
-    std::shuffle(keys.begin(), keys.end(), std::mt19937(12345)); // fixed: runs compare
-    return keys;
-}
+using bench::key_of;
+using bench::lookup_keys;
+using bench::std_map;
 
 void some_creator() {}
 
