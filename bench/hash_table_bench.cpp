@@ -45,12 +45,6 @@ void fill(registry_table& t, int n)
     }
 }
 
-void fill(std_map& m, int n)
-{
-    for (int i = 0; i < n; ++i)
-        m.emplace(key_of(i, false), &m);
-}
-
 void table_find(benchmark::State& state, bool missing)
 {
     int n = static_cast<int>(state.range(0));
@@ -69,29 +63,12 @@ void table_find(benchmark::State& state, bool missing)
     state.SetItemsProcessed(state.iterations());
 }
 
-void std_find(benchmark::State& state, bool missing)
-{
-    int n = static_cast<int>(state.range(0));
-    std_map m;
-    fill(m, n);
-    std::vector<std::string> keys = lookup_keys(n, missing);
-    std::vector<std::string_view> views(keys.begin(), keys.end());
-    size_t i = 0;
-    for (auto _ : state) {
-        auto it = m.find(views[i]);
-        benchmark::DoNotOptimize(it == m.end() ? nullptr : it->second);
-        if (++i == views.size())
-            i = 0;
-    }
-    state.SetItemsProcessed(state.iterations());
-}
-
 } // namespace
 
 static void BM_hash_table_find_existing(benchmark::State& state) { table_find(state, false); }
-static void BM_unordered_map_find_existing(benchmark::State& state) { std_find(state, false); }
+static void BM_unordered_map_find_existing(benchmark::State& state) { bench::std_map_find(state, false); }
 static void BM_hash_table_find_missing(benchmark::State& state) { table_find(state, true); }
-static void BM_unordered_map_find_missing(benchmark::State& state) { std_find(state, true); }
+static void BM_unordered_map_find_missing(benchmark::State& state) { bench::std_map_find(state, true); }
 
 // 10 to 10,000 entries: one module's keys up to a host full of modules.
 BENCHMARK(BM_hash_table_find_existing)->Arg(10)->Arg(100)->Arg(1000)->Arg(10000);

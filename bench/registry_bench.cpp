@@ -68,24 +68,6 @@ void registry_get(benchmark::State& state, bool missing)
     state.SetItemsProcessed(state.iterations());
 }
 
-void std_find(benchmark::State& state, bool missing)
-{
-    int n = static_cast<int>(state.range(0));
-    std_map m;
-    for (int i = 0; i < n; ++i)
-        m.emplace(key_of(i, false), &m);
-    std::vector<std::string> keys = lookup_keys(n, missing);
-    std::vector<std::string_view> views(keys.begin(), keys.end());
-    size_t i = 0;
-    for (auto _ : state) {
-        auto it = m.find(views[i]);
-        benchmark::DoNotOptimize(it == m.end() ? nullptr : it->second);
-        if (++i == views.size())
-            i = 0;
-    }
-    state.SetItemsProcessed(state.iterations());
-}
-
 // The same map behind a recursive lock, as a table that many threads share
 // must be: the registry's mutex is recursive too.
 void locked_std_find(benchmark::State& state, bool missing)
@@ -93,8 +75,7 @@ void locked_std_find(benchmark::State& state, bool missing)
     int n = static_cast<int>(state.range(0));
     std_map m;
     std::recursive_mutex lock;
-    for (int i = 0; i < n; ++i)
-        m.emplace(key_of(i, false), &m);
+    bench::fill(m, n);
     std::vector<std::string> keys = lookup_keys(n, missing);
     std::vector<std::string_view> views(keys.begin(), keys.end());
     size_t i = 0;
@@ -117,9 +98,9 @@ void* load_plugin() { return dlopen(HOSTPROBE_PLUGIN, RTLD_NOW | RTLD_LOCAL); }
 } // namespace
 
 static void BM_get_creator_existing(benchmark::State& state) { registry_get(state, false); }
-static void BM_unordered_map_find_existing(benchmark::State& state) { std_find(state, false); }
+static void BM_unordered_map_find_existing(benchmark::State& state) { bench::std_map_find(state, false); }
 static void BM_get_creator_missing(benchmark::State& state) { registry_get(state, true); }
-static void BM_unordered_map_find_missing(benchmark::State& state) { std_find(state, true); }
+static void BM_unordered_map_find_missing(benchmark::State& state) { bench::std_map_find(state, true); }
 
 static void BM_locked_unordered_map_find_existing(benchmark::State& state) { locked_std_find(state, false); }
 static void BM_locked_unordered_map_find_missing(benchmark::State& state) { locked_std_find(state, true); }

@@ -3,6 +3,8 @@
 // run the same workload.
 #pragma once
 
+#include <benchmark/benchmark.h>
+
 #include <algorithm>
 #include <functional>
 #include <random>
@@ -46,6 +48,31 @@ inline std::vector<std::string> lookup_keys(int n, bool missing)
         keys.push_back(key_of(i, missing));
     std::shuffle(keys.begin(), keys.end(), std::mt19937(12345)); // fixed: runs compare
     return keys;
+}
+
+// Fills m with the first n present keys.
+inline void fill(std_map& m, int n)
+{
+    for (int i = 0; i < n; ++i)
+        m.emplace(key_of(i, false), &m);
+}
+
+// The standard map's side of a lookup benchmark: range(0) keys, present or missing.
+inline void std_map_find(benchmark::State& state, bool missing)
+{
+    int n = static_cast<int>(state.range(0));
+    std_map m;
+    fill(m, n);
+    std::vector<std::string> keys = lookup_keys(n, missing);
+    std::vector<std::string_view> views(keys.begin(), keys.end());
+    size_t i = 0;
+    for (auto _ : state) {
+        auto it = m.find(views[i]);
+        benchmark::DoNotOptimize(it == m.end() ? nullptr : it->second);
+        if (++i == views.size())
+            i = 0;
+    }
+    state.SetItemsProcessed(state.iterations());
 }
 
 } // namespace bench
