@@ -14,6 +14,8 @@ packages=(
   g++ cmake ninja-build pkg-config git ca-certificates python3
   libluajit-5.1-dev libcurl4-openssl-dev libjsoncpp-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  # benchmark baselines: RE2 for the regex engine, spdlog for the logger
+  libre2-dev libspdlog-dev
   # runtime libraries of libnode108 (V8)
   libuv1 libicu72 libc-ares2 libnghttp2-14 libbrotli1 libssl3 zlib1g
 )
