@@ -11,6 +11,7 @@
 //   velk::js::set_result(info.GetReturnValue(), isolate, value);
 #pragma once
 
+#include "bindings/js/creation_context.h"
 #include "comm/charstr.h"
 #include "comm/exception.h"
 #include "comm/token.h"
@@ -47,22 +48,28 @@ void throw_type_error(v8::Isolate* isolate, const exception& e);
 
 // -- Numbers ----------------------------------------------------------------
 
-// An argument as the native type takes it, by the script's own conversion in
-// context ("21" gives 21). A conversion that throws leaves the script
-// exception pending and gives 0: the method is still called.
+// An argument as the native type takes it, by the script's own conversion
+// in the call's context ("21" gives 21). A number that fits is taken as it
+// is, with no context to enter; anything else is converted in the entered
+// context. A conversion that throws leaves the script exception pending and
+// gives 0: the method is still called.
 template <class T>
-T from_script(v8::Local<v8::Context> context, v8::Local<v8::Value> value);
+T from_script(creation_context& context, v8::Local<v8::Value> value);
 
 template <>
-inline uint32_t from_script<uint32_t>(v8::Local<v8::Context> context, v8::Local<v8::Value> value)
+inline uint32_t from_script<uint32_t>(creation_context& context, v8::Local<v8::Value> value)
 {
-    return value->Uint32Value(context).FromMaybe(0u);
+    if (value->IsUint32())
+        return value.As<v8::Uint32>()->Value();
+    return value->Uint32Value(context.enter()).FromMaybe(0u);
 }
 
 template <>
-inline int32_t from_script<int32_t>(v8::Local<v8::Context> context, v8::Local<v8::Value> value)
+inline int32_t from_script<int32_t>(creation_context& context, v8::Local<v8::Value> value)
 {
-    return value->Int32Value(context).FromMaybe(0);
+    if (value->IsInt32())
+        return value.As<v8::Int32>()->Value();
+    return value->Int32Value(context.enter()).FromMaybe(0);
 }
 
 // -- Results ----------------------------------------------------------------

@@ -44,37 +44,6 @@ struct method_info<R(A...)>
     uint32_t index;
 };
 
-// Enters the creation context of a dispatcher's object for the length of a
-// call, or stays in the current context when there is no object. Entering
-// the context that is current already changes nothing, so it is skipped:
-// the usual call comes from the object's own context.
-class creation_context_scope
-{
-public:
-    creation_context_scope(v8::Isolate* isolate, const v8::Global<v8::Object>& object)
-        : _current(isolate->GetCurrentContext())
-    {
-        v8::Local<v8::Context> c;
-        if (!object.IsEmpty() && v8::Object::GetCreationContext(object).ToLocal(&c) && c != _current) {
-            c->Enter();
-            _entered = c;
-        }
-    }
-    ~creation_context_scope()
-    {
-        if (!_entered.IsEmpty())
-            _entered->Exit();
-    }
-    creation_context_scope(const creation_context_scope&) = delete;
-    creation_context_scope& operator=(const creation_context_scope&) = delete;
-
-    v8::Local<v8::Context> context() const { return _entered.IsEmpty() ? _current : _entered; }
-
-private:
-    v8::Local<v8::Context> _current;
-    v8::Local<v8::Context> _entered;
-};
-
 // Throws the SyntaxError of a method called with the wrong count.
 void throw_argument_count(v8::Isolate* isolate, const char* full_name);
 // Throws the ReferenceError of an object whose field 0 holds null.
@@ -131,13 +100,20 @@ public:
 
     static receiver_kind receiver(v8::Local<v8::Object> self, D*& out)
     {
-        stubsmith_interface* ifc = nullptr;
-        uint32_t hash = 0;
-        if (!read_interface_fields(self, ifc, hash) || hash != D::hash)
+        if (self.IsEmpty() || self->InternalFieldCount() != interface_field_count)
             return receiver_kind::other;
+        v8::Local<v8::Value> f0 = self->GetInternalField(field_interface);
+        if (!f0->IsExternal())
+            return receiver_kind::other; // field 0 is null once the dispatcher is gone
+        auto* ifc = static_cast<stubsmith_interface*>(f0.As<v8::External>()->Value());
         if (!ifc)
             return receiver_kind::null_pointer;
-        // Only this interface's template writes its hash into field 1.
+        // An object of two fields holds an interface of some module in field
+        // 0, by the contract of interface objects. Its own slots tell whether
+        // it is a script dispatcher of this interface: two virtual calls,
+        // where reading field 1 would cost three calls into V8.
+        if (ifc->interface_hash() != D::hash || ifc->backend() != backend_js)
+            return receiver_kind::other;
         out = static_cast<D*>(ifc);
         return receiver_kind::bound;
     }
@@ -158,8 +134,8 @@ public:
         D* d = nullptr;
         if (receiver(info.This(), d) != receiver_kind::bound)
             return;
-        creation_context_scope in_context(isolate, d->object);
-        v8::Local<v8::Value> proto = in_context.context()->Global()->GetPrototype();
+        creation_context in_context(isolate, d->object);
+        v8::Local<v8::Value> proto = in_context.enter()->Global()->GetPrototype();
         if (!proto.IsEmpty())
             info.GetReturnValue().Set(proto);
     }
@@ -205,7 +181,8 @@ private:
             throw_argument_count(isolate, m.full_name);
             return;
         }
-        v8::HandleScope scope(isolate);
+        // No handle scope of its own: V8 opens one around every callback,
+        // and a second would only cost the call its price twice.
         D* d = nullptr;
         switch (receiver(info.This(), d)) {
         case receiver_kind::other:
@@ -217,18 +194,18 @@ private:
             break;
         }
         stubsmith_interface* target = d->call_target();
-        creation_context_scope in_context(isolate, d->object);
+        creation_context in_context(isolate, d->object);
         try {
-            call<R, A...>(info, isolate, in_context.context(), target, m.index,
-                          std::index_sequence_for<A...>{});
+            call<R, A...>(info, isolate, in_context, target, m.index, std::index_sequence_for<A...>{});
         } catch (const exception& e) {
+            in_context.enter(); // the error belongs to the object's context
             throw_type_error(isolate, e);
         }
     }
 
     template <class R, class... A, size_t... I>
     static void call(const v8::FunctionCallbackInfo<v8::Value>& info, v8::Isolate* isolate,
-                     v8::Local<v8::Context> context, stubsmith_interface* target, uint32_t index,
+                     creation_context& context, stubsmith_interface* target, uint32_t index,
                      std::index_sequence<I...>)
     {
         using entry = R (*)(counted_base*, A...);
