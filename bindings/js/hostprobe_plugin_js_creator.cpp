@@ -150,6 +150,10 @@ velk::iref<hostprobe_plugin>& create_with_script(velk::iref<hostprobe_plugin>& o
                                                  const velk::token& bindname, v8::Local<v8::Context>* out_context)
 {
     v8::Isolate* isolate = script.context.IsEmpty() ? v8::Isolate::GetCurrent() : script.context->GetIsolate();
+    if (!isolate) {
+        out.release();
+        throw velk::exception("no V8 isolate is entered");
+    }
     v8::EscapableHandleScope scope(isolate);
     {
         // The local reference ends the dispatcher if the native creator

@@ -44,6 +44,7 @@ velk::iref<hostprobe_plugin>& native_create(velk::iref<hostprobe_plugin>& out, h
 //
 // On any failure it throws velk::exception, and out is null (a script
 // object that outlives its dispatcher answers undefined):
+//   "no V8 isolate is entered"                 no context given, and no isolate current
 //   "failed to create interface object"        the native creator gave nothing
 //   "unable to acquire the system context creator interface"
 //   "unable to create context"                 the host's page creator gave none

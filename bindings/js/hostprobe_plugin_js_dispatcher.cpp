@@ -57,6 +57,8 @@ v8::Local<v8::Value>& hostprobe_plugin_js_dispatcher::wrapper_js(v8::Local<v8::V
                                                                  v8::Local<v8::Context> context)
 {
     v8::Isolate* isolate = isolate_of(context);
+    if (!isolate)
+        return out; // no context given, and no isolate entered: nothing to make
     if (!ifc) {
         out = v8::Null(isolate);
         return out;
@@ -91,6 +93,10 @@ velk::iref<hostprobe_plugin>& hostprobe_plugin_js_dispatcher::maker_js(velk::ire
         return out;
     }
     v8::Isolate* isolate = isolate_of(context);
+    if (!isolate) {
+        out.release();
+        return out;
+    }
     if (context.IsEmpty())
         context = isolate->GetCurrentContext();
     v8::Context::Scope in_context(context);

@@ -47,14 +47,15 @@ public:
     // object: an object is never wrapped twice. Any other interface gets a
     // new dispatcher that wraps it, held by a new weak object. A null ifc
     // gives the script value null; out stays empty when V8 refuses the
-    // object. Throws std::bad_alloc.
+    // object, or when there is neither a context nor an entered isolate.
+    // Throws std::bad_alloc.
     static v8::Local<v8::Value>& wrapper_js(v8::Local<v8::Value>& out, velk::stubsmith_interface* ifc,
                                             v8::Local<v8::Context> context);
 
     // "@maker.js": a new dispatcher bound to host, with a script object in
     // context (the current one when empty) that it holds strongly; out holds
-    // the dispatcher. A null host, or an object that V8 refuses, gives a
-    // null out. Throws std::bad_alloc.
+    // the dispatcher. A null host, an object that V8 refuses, or neither a
+    // context nor an entered isolate gives a null out. Throws std::bad_alloc.
     static velk::iref<hostprobe_plugin>& maker_js(velk::iref<hostprobe_plugin>& out, velk::counted_base* host,
                                                   v8::Local<v8::Context> context);
 

@@ -278,6 +278,15 @@ TEST_F(JsCreator, ObjectThatOutlivesAFailedScriptAnswersUndefined)
     EXPECT_EQ(global_text("typeof kept.testfunction(1)"), "undefined");
 }
 
+TEST_F(JsCreator, CreatorOutsideAnIsolateFails)
+{
+    isolate->Exit();
+    std::string failure = create_from_text("var x = 1;");
+    isolate->Enter();
+    EXPECT_EQ(failure, "no V8 isolate is entered");
+    EXPECT_FALSE(made);
+}
+
 TEST_F(JsCreator, CreatorWithoutAHostObjectFails)
 {
     host_object.release();

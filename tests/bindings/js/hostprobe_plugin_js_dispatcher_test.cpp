@@ -381,6 +381,17 @@ TEST_F(JsDispatcher, MakerBindsANativeObjectWithAStrongObject)
     EXPECT_EQ(made->refcount(), 1u);
 }
 
+TEST_F(JsDispatcher, MakerOutsideAnIsolateGivesNull)
+{
+    auto c = reinterpret_cast<xt::js::maker_js_fn>(velk::testing::creator("xt::hostprobe_plugin@maker.js"));
+    ASSERT_NE(c, nullptr);
+    velk::iref<hostprobe_plugin> made;
+    isolate->Exit();
+    c(made, plugin->host(), v8::Local<v8::Context>());
+    isolate->Enter();
+    EXPECT_FALSE(made);
+}
+
 TEST_F(JsDispatcher, MakerOfNullGivesNull)
 {
     auto c = reinterpret_cast<xt::js::maker_js_fn>(velk::testing::creator("xt::hostprobe_plugin@maker.js"));
