@@ -10,11 +10,20 @@
 
 namespace host {
 
+// Where the log lines of all modules go: standard error, beside a command's
+// results ("hostprobe: " before each line), or standard output, where a
+// script's lines are its results (as the library's console writes them).
+enum class log_target { standard_error, standard_output };
+
 // Sets the registry's root path (the first call's path stands) and the
-// host's hooks: log lines of all modules go to standard error, and include
-// paths are accepted only for script files. Throws velk::exception when the
+// host's hooks: log lines of all modules go to lines, and include paths are
+// accepted only for script files. Throws velk::exception when the
 // executable exports no registry, std::bad_alloc.
-void setup_registry(const velk::token& root);
+void setup_registry(const velk::token& root, log_target lines = log_target::standard_error);
+
+// Writes out every log line made so far. The host calls it once, before it
+// exits.
+void flush_log();
 
 // The host's verdict on an include path below the root: true for a file
 // whose name ends in ".js" or ".lua".
