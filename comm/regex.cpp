@@ -8,10 +8,13 @@
 // instruction (a later arrival overwrites an earlier one), so a round costs
 // at most the size of the program, whatever the input.
 //
-// The result is the leftmost match, and of those from one start the longest;
-// see regex.h for what each of the three runs gives.
+// Runs anchored at the start without sub-match slots go through a per-thread
+// memo of these rounds' states (regex_dfa.h) when the program allows; a
+// leading line of plain characters is compared as bytes first. Both give what
+// the rounds give. See regex.h for what each of the three runs gives.
 #include "comm/regex.h"
 
+#include "comm/regex_dfa.h"
 #include "comm/regex_program.h"
 #include "comm/regex_scratch.h"
 
@@ -46,6 +49,30 @@ void regex_list::prepare(uint32_t ninst, uint32_t nsub)
 
 namespace {
 
+// Puts inst on list l with the adding thread's match so far. A thread of that
+// instruction already there is overwritten: the later arrival wins, with no
+// comparison, which keeps one thread per instruction. The list never moves
+// (it was sized to the program), so the adding thread's slots stay put.
+template <bool SUBS>
+inline void add(regex_list& l, const regex_inst* inst, const char* start, const char* end, const token* from,
+                uint32_t nsub)
+{
+    uint32_t at = l.slot[inst->index];
+    regex_thread* threads = l.threads.ptr();
+    if (at >= l.count || threads[at].inst != inst) {
+        at = l.count++;
+        l.slot[inst->index] = at;
+        threads[at].inst = inst;
+    }
+    threads[at].start = start;
+    threads[at].end = end;
+    if constexpr (SUBS) {
+        token* to = l.subs.ptr() + static_cast<size_t>(at) * nsub;
+        if (to != from)
+            memcpy(static_cast<void*>(to), from, sizeof(token) * nsub);
+    }
+}
+
 class matcher
 {
 public:
@@ -59,12 +86,11 @@ public:
     token run();
 
 private:
-    regex_thread* add(regex_list& l, const regex_inst* inst, const char* start, const char* end,
-                      const token* from);
-    void add_start(regex_list& l);
-    void step(uint32_t i);
-    void on_end(regex_thread& t, token* ts);
-    bool skip_ahead();
+    template <bool SUBS, bool ICASE>
+    token rounds(const regex_inst* first, const char* p, const char* start);
+    void add_start(regex_list& l, const regex_inst* first, const char* start);
+    bool skip_ahead(const char*& p) const;
+    int prefix_verdict() const;
 
     const regex_program& _prog;
     regex_scratch& _s;
@@ -72,52 +98,21 @@ private:
     const char* _end;
     token* _out;
     uint32_t _nsub;
-
-    regex_list* _cur = nullptr;
-    regex_list* _next = nullptr;
-    const char* _p = nullptr;
-    uint32_t _c = 0;      // the character at _p
-    uint32_t _fc = 0;     // its fold, when the program ignores case
-    bool _found = false;
-    token _result;
 };
 
-// Puts inst on list l with the adding thread's match so far. A thread of that
-// instruction already there is overwritten: the later arrival wins, with no
-// comparison, which keeps one thread per instruction.
-regex_thread* matcher::add(regex_list& l, const regex_inst* inst, const char* start, const char* end,
-                           const token* from)
+// A new alternative from the first instruction, started at start (the
+// position of the round), with empty slots. One that is already there (a loop
+// back to the start) is kept with its start, which is no later; its group
+// slots are cleared, slot 0 keeps its end (its begin is always null, so the
+// position never lies before it).
+void matcher::add_start(regex_list& l, const regex_inst* first, const char* start)
 {
-    uint32_t at = l.slot[inst->index];
-    if (at >= l.count || l.threads[at].inst != inst) {
-        at = l.count++;
-        l.slot[inst->index] = at;
-        l.threads[at].inst = inst;
-    }
-    regex_thread& t = l.threads[at];
-    t.start = start;
-    t.end = end;
-    if (_nsub) {
-        token* to = l.subs.ptr() + static_cast<size_t>(at) * _nsub;
-        if (to != from)
-            memcpy(static_cast<void*>(to), from, sizeof(token) * _nsub);
-    }
-    return &t;
-}
-
-// A new alternative from the first instruction at _p, with empty slots. One
-// that is already there (a loop back to the start) is kept with its start,
-// which is no later than _p; its group slots are cleared, slot 0 keeps its
-// end (its begin is always null, so _p never lies before it).
-void matcher::add_start(regex_list& l)
-{
-    const regex_inst* first = _prog.first;
     uint32_t at = l.slot[first->index];
     bool reused = at < l.count && l.threads[at].inst == first;
     if (!reused) {
         at = l.count++;
         l.slot[first->index] = at;
-        l.threads[at] = {first, _p, _p};
+        l.threads[at] = {first, start, start};
     }
     if (_nsub) {
         token* to = l.subs.ptr() + static_cast<size_t>(at) * _nsub;
@@ -126,107 +121,27 @@ void matcher::add_start(regex_list& l)
     }
 }
 
-// A match by thread t. Leftmost first, then longest. Slot 0 gets only the end:
-// its begin is deliberately left null, the whole match being the result.
-void matcher::on_end(regex_thread& t, token* ts)
-{
-    _found = true;
-    t.end = _p;
-    if (_nsub)
-        ts[0] = token(ts[0].ptr(), _p);
-    bool better = _result.is_empty() || t.start < _result.ptr() ||
-                  (t.start == _result.ptr() && _p > _result.ptre());
-    if (!better)
-        return;
-    _result = token(t.start, _p);
-    for (uint32_t k = 0; k < _nsub; ++k)
-        _out[k] = ts[k];
-}
-
-// Runs thread i of the current list: through the instructions that consume
-// nothing, to one that takes the character (its next goes on the next list)
-// or that ends the thread. The list may grow meanwhile (forks add to it), but
-// never moves: it was sized to the program.
-void matcher::step(uint32_t i)
-{
-    regex_list& cur = *_cur;
-    regex_thread& t = cur.threads[i];
-    token* ts = _nsub ? cur.subs.ptr() + static_cast<size_t>(i) * _nsub : nullptr;
-    for (const regex_inst* in = t.inst;;) {
-        switch (in->type) {
-        case op_char:
-            if (in->rune == _c || (_prog.ignore_case && in->rune == _fc))
-                add(*_next, in->next, t.start, t.end, ts);
-            return;
-        case op_close:
-            if (in->subid < _nsub)
-                ts[in->subid] = token(ts[in->subid].ptr(), _p);
-            in = in->next;
-            continue;
-        case op_open:
-            if (in->subid < _nsub)
-                ts[in->subid] = token(_p, _p);
-            in = in->next;
-            continue;
-        case op_or:
-            add(cur, in->left, t.start, t.end, ts);
-            in = in->next;
-            continue;
-        case op_any:
-            if (_c != _s.any_stop)
-                add(*_next, in->next, t.start, t.end, ts);
-            return;
-        case op_any_nl:
-            add(*_next, in->next, t.start, t.end, ts);
-            return;
-        case op_bol:
-            if (_p != _begin && _p[-1] != '\n')
-                return;
-            in = in->next;
-            continue;
-        case op_eol:
-            if (_p != _end && _c != 0 && _c != '\n')
-                return;
-            in = in->next;
-            continue;
-        case op_class:
-            if (in->char_class->holds(_c))
-                add(*_next, in->next, t.start, t.end, ts);
-            return;
-        case op_nclass:
-            if (!in->char_class->holds(_c))
-                add(*_next, in->next, t.start, t.end, ts);
-            return;
-        case op_end:
-            on_end(t, ts);
-            return;
-        default:
-            return;
-        }
-    }
-}
-
-// The start hint of a find: no thread is alive, so jump to where a match can
-// begin. False when there is no such place: the run is over.
-bool matcher::skip_ahead()
+// The start hint of a find: no thread is alive, so move p to where a match
+// can begin. False when there is no such place: the run is over.
+bool matcher::skip_ahead(const char*& p) const
 {
     if (_s.start_type == op_bol) {
-        if (_p == _begin)
+        if (p == _begin)
             return true;
-        auto* nl = static_cast<const char*>(memchr(_p, '\n', static_cast<size_t>(_end - _p)));
+        auto* nl = static_cast<const char*>(memchr(p, '\n', static_cast<size_t>(_end - p)));
         if (!nl)
             return false;
-        _p = nl + 1;
+        p = nl + 1;
         return true;
     }
-    if (_p >= _end)
+    if (p >= _end)
         return false;
     uint32_t rune = _s.start_rune;
     if (rune >= 0x80) { // decoded, without folding
-        for (const char* q = _p; q < _end;) {
+        for (const char* q = p; q < _end;) {
             uint32_t len;
             if (regex_decode(q, _end, len) == rune) {
-                _p = q;
+                p = q;
                 return true;
             }
             if (len == 0)
@@ -236,73 +151,212 @@ bool matcher::skip_ahead()
         return false;
     }
     if (!_prog.ignore_case) {
-        _p = static_cast<const char*>(memchr(_p, static_cast<int>(rune), static_cast<size_t>(_end - _p)));
-        return _p != nullptr;
+        p = static_cast<const char*>(memchr(p, static_cast<int>(rune), static_cast<size_t>(_end - p)));
+        return p != nullptr;
     }
-    for (const char* q = _p; q < _end; ++q)
+    for (const char* q = p; q < _end; ++q)
         if (regex_fold(static_cast<unsigned char>(*q)) == rune) {
-            _p = q;
+            p = q;
             return true;
         }
     return false;
 }
 
-// The rounds. Three ways out besides the end of the input:
+// For runs anchored at the start (match, leading): the program's leading
+// characters are one thread walking a straight line, so they can be compared
+// as bytes. 1: they are there; 0: they are not, and nothing can match; -1: a
+// byte of 0x80 or more stands among them, which may decode to one of them,
+// so the rounds must decide.
+int matcher::prefix_verdict() const
+{
+    const dynarray<char>& prefix = _prog.prefix;
+    uint32_t n = prefix.size();
+    const char* p = _begin;
+    for (uint32_t i = 0; i < n; ++i) {
+        if (p + i >= _end)
+            return 0;
+        auto b = static_cast<unsigned char>(p[i]);
+        if (b >= 0x80)
+            return -1;
+        uint32_t c = _prog.ignore_case ? regex_fold(b) : b;
+        if (c != static_cast<unsigned char>(prefix[i]))
+            return 0;
+    }
+    return 1;
+}
+
+// The rounds, from p with the first thread on first, started at start (null:
+// at p; else where a prefix passed over began). Three ways out besides
+// the end of the input:
 // - no thread left and none can be added (a match found, or a run anchored at
 //   the start): the scan stops where it is, which is what match looks at;
-// - a character cut off by the end of the input: _p cannot advance past it,
+// - a character cut off by the end of the input: p cannot advance past it,
 //   so the round on it is the last one;
 // - a find whose hint finds no further place to start.
+// Each thread is walked here rather than in a function of its own, so that
+// the position and the character stay in registers.
+template <bool SUBS, bool ICASE>
+token matcher::rounds(const regex_inst* first, const char* p, const char* start)
+{
+    const char* const begin = _begin;
+    const char* const end = _end;
+    const uint32_t nsub = SUBS ? _nsub : 0;
+    const uint32_t mode = _s.mode;
+    const uint32_t any_stop = _s.any_stop;
+    const bool hint = _s.start_type != 0;
+    const char* rs = nullptr; // the result so far
+    const char* re = nullptr;
+    bool found = false;
+    bool check = hint;
+    bool first_round = true;
+    regex_list* cur = &_s.lists[1];
+    regex_list* next = &_s.lists[0];
+    for (;;) {
+        if (check && !skip_ahead(p))
+            return token(rs, re);
+        uint32_t len;
+        uint32_t c;
+        if (p < end && static_cast<unsigned char>(*p) < 0x80) {
+            c = static_cast<unsigned char>(*p);
+            len = 1;
+        } else {
+            c = regex_decode(p, end, len);
+        }
+        uint32_t fc = ICASE ? regex_fold(c) : c;
+        std::swap(cur, next);
+        next->count = 0;
+        if (!found && (first_round || mode == 0))
+            add_start(*cur, first, first_round && start ? start : p);
+        if (cur->count == 0)
+            break;
+        regex_thread* threads = cur->threads.ptr();
+        for (uint32_t i = 0; i < cur->count; ++i) {
+            regex_thread& t = threads[i];
+            const char* tstart = t.start;
+            const char* tend = t.end;
+            token* ts = SUBS ? cur->subs.ptr() + static_cast<size_t>(i) * nsub : nullptr;
+            for (const regex_inst* in = t.inst;;) {
+                switch (in->type) {
+                case op_char:
+                    if (in->rune == c || (ICASE && in->rune == fc))
+                        add<SUBS>(*next, in->next, tstart, tend, ts, nsub);
+                    break;
+                case op_close:
+                    if (SUBS && in->subid < nsub)
+                        ts[in->subid] = token(ts[in->subid].ptr(), p);
+                    in = in->next;
+                    continue;
+                case op_open:
+                    if (SUBS && in->subid < nsub)
+                        ts[in->subid] = token(p, p);
+                    in = in->next;
+                    continue;
+                case op_or:
+                    add<SUBS>(*cur, in->left, tstart, tend, ts, nsub);
+                    in = in->next;
+                    continue;
+                case op_any:
+                    if (c != any_stop)
+                        add<SUBS>(*next, in->next, tstart, tend, ts, nsub);
+                    break;
+                case op_any_nl:
+                    add<SUBS>(*next, in->next, tstart, tend, ts, nsub);
+                    break;
+                case op_bol:
+                    if (p != begin && p[-1] != '\n')
+                        break;
+                    in = in->next;
+                    continue;
+                case op_eol:
+                    if (p != end && c != 0 && c != '\n')
+                        break;
+                    in = in->next;
+                    continue;
+                case op_class:
+                    if (in->char_class->holds(c))
+                        add<SUBS>(*next, in->next, tstart, tend, ts, nsub);
+                    break;
+                case op_nclass:
+                    if (!in->char_class->holds(c))
+                        add<SUBS>(*next, in->next, tstart, tend, ts, nsub);
+                    break;
+                case op_end: {
+                    // Leftmost first, then longest. Slot 0 gets only the end:
+                    // its begin is deliberately left null, the whole match
+                    // being the result.
+                    found = true;
+                    t.end = p;
+                    if (SUBS)
+                        ts[0] = token(ts[0].ptr(), p);
+                    if (rs == re || tstart < rs || (tstart == rs && p > re)) {
+                        rs = tstart;
+                        re = p;
+                        for (uint32_t k = 0; k < nsub; ++k)
+                            _out[k] = ts[k];
+                    }
+                    break;
+                }
+                default:
+                    break;
+                }
+                break;
+            }
+        }
+        if (p == end || len == 0)
+            break;
+        if (next->count == 0 && (found || mode != 0))
+            break;
+        check = hint && next->count == 0;
+        p += len;
+        first_round = false;
+    }
+    if (mode == 1 && found && p != end)
+        return token(p, p);
+    return token(rs, re);
+}
+
 token matcher::run()
 {
-    uint32_t ninst = _prog.insts.size();
-    _s.lists[0].prepare(ninst, _nsub);
-    _s.lists[1].prepare(ninst, _nsub);
+    for (uint32_t k = 0; k < _nsub; ++k)
+        _out[k] = token();
     _s.any_stop = 0;
     _s.start_type = 0;
     _s.start_rune = 0;
-    for (uint32_t k = 0; k < _nsub; ++k)
-        _out[k] = token();
+    const regex_inst* first = _prog.first;
+    const char* p = _begin;
+    const char* start = nullptr; // the first thread's start when not p
     if (_s.mode == 0) {
-        if (_prog.first->type == op_char) {
+        if (first->type == op_char) {
             _s.start_type = op_char;
-            _s.start_rune = _prog.first->rune;
-        } else if (_prog.first->type == op_bol) {
+            _s.start_rune = first->rune;
+        } else if (first->type == op_bol) {
             _s.start_type = op_bol;
+        }
+    } else if (!_prog.prefix.is_empty()) {
+        int verdict = prefix_verdict();
+        if (verdict == 0)
+            return token();
+        if (verdict == 1) {
+            // The rounds go on from behind the prefix with the one thread
+            // that walked it: started at the beginning, slots untouched.
+            p += _prog.prefix.size();
+            first = _prog.after_prefix;
+            start = _begin;
         }
     }
 
-    _p = _begin;
-    bool check = _s.start_type != 0;
-    bool first_round = true;
-    _cur = &_s.lists[1];
-    _next = &_s.lists[0];
-    for (;;) {
-        if (check && !skip_ahead())
-            return _result;
-        uint32_t len;
-        _c = regex_decode(_p, _end, len);
-        if (_prog.ignore_case)
-            _fc = regex_fold(_c);
-        std::swap(_cur, _next);
-        _next->count = 0;
-        if (!_found && (first_round || _s.mode == 0))
-            add_start(*_cur);
-        if (_cur->count == 0)
-            break;
-        for (uint32_t i = 0; i < _cur->count; ++i)
-            step(i);
-        if (_p == _end || len == 0)
-            break;
-        if (_next->count == 0 && (_found || _s.mode != 0))
-            break;
-        check = _s.start_type != 0 && _next->count == 0;
-        _p += len;
-        first_round = false;
+    if (regex_dfa_fits(_prog, _s.mode, _nsub)) {
+        token result;
+        if (regex_dfa_run(_s.dfa, _prog, first, _begin, p, _end, _s.mode, result))
+            return result;
     }
-    if (_s.mode == 1 && _found && _p != _end)
-        return token(_p, _p);
-    return _result;
+
+    uint32_t ninst = _prog.insts.size();
+    _s.lists[0].prepare(ninst, _nsub);
+    _s.lists[1].prepare(ninst, _nsub);
+    if (_nsub)
+        return _prog.ignore_case ? rounds<true, true>(first, p, start) : rounds<true, false>(first, p, start);
+    return _prog.ignore_case ? rounds<false, true>(first, p, start) : rounds<false, false>(first, p, start);
 }
 
 } // namespace

@@ -16,7 +16,9 @@
 #include "comm/regex_scratch.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
+#include <cstring>
 #include <new>
 
 namespace velk {
@@ -75,6 +77,7 @@ private:
 
     regex_inst* new_inst(uint32_t type);
     void skip_join_points();
+    void summarise();
 
     regex_scratch& _s;
     bool _literal;
@@ -347,6 +350,38 @@ void compiler::skip_join_points()
     }
 }
 
+// What the matcher wants to know of the whole program: whether it has
+// anchors, and its prefix: the straight line of characters at the start,
+// first, which nothing jumps back to, and each character behind it that only
+// its predecessor reaches. Join points are left out of the count: nothing
+// reaches them any more.
+void compiler::summarise()
+{
+    static std::atomic<uint64_t> serials{0};
+    regex_program& prog = *_s.program;
+    prog.serial = ++serials;
+    dynarray<uint32_t> reached;
+    uint32_t* in_degree = reached.add(prog.insts.size());
+    memset(in_degree, 0, sizeof(uint32_t) * prog.insts.size());
+    for (const regex_inst* i : prog.insts) {
+        if (i->type == op_nop)
+            continue;
+        if (i->type == op_bol || i->type == op_eol)
+            prog.has_anchors = true;
+        if (i->next)
+            ++in_degree[i->next->index];
+        if (i->type == op_or)
+            ++in_degree[i->left->index];
+    }
+    const regex_inst* in = prog.first;
+    for (uint32_t allowed = 0; in->type == op_char && in->rune < 0x80 && in_degree[in->index] == allowed;
+         allowed = 1) {
+        *prog.prefix.push() = static_cast<char>(in->rune);
+        in = in->next;
+    }
+    prog.after_prefix = in;
+}
+
 // The whole compile. Open parentheses are counted before the closing
 // evaluation, so that a pattern that ends inside a group says so ("(" is
 // "unmatched left paren", not a missing operand).
@@ -367,6 +402,7 @@ void compiler::run()
     _s.program->first = _s.operands[0].first;
     _s.operands.reset();
     skip_join_points();
+    summarise();
 }
 
 } // namespace

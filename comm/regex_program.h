@@ -96,6 +96,21 @@ struct regex_program
     dynarray<regex_inst*> insts; // in creation order
     bool ignore_case = false;
 
+    // The characters (below 0x80, folded when ignoring case) that every match
+    // begins with, in a straight line from first that nothing else jumps
+    // into; after_prefix is the instruction behind them. Runs anchored at the
+    // start compare them as bytes instead of stepping through them.
+    dynarray<char> prefix;
+    const regex_inst* after_prefix = nullptr;
+
+    // "^" or "$" somewhere: steps that depend on the position, not only on
+    // the character.
+    bool has_anchors = false;
+
+    // Unique in the process (never 0), so that per-thread memos of a program
+    // can't be taken for another one made at the same address.
+    uint64_t serial = 0;
+
     regex_program() = default;
     regex_program(const regex_program&) = delete;
     regex_program& operator=(const regex_program&) = delete;

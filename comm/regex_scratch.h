@@ -13,6 +13,7 @@
 #pragma once
 
 #include "comm/dynarray.h"
+#include "comm/regex_dfa.h"
 #include "comm/regex_program.h"
 #include "comm/token.h"
 
@@ -60,6 +61,7 @@ struct regex_scratch
     uint32_t start_rune = 0;
     uint32_t any_stop = 0;   // the one character op_any refuses
     uint32_t mode = 0;       // 0 find, 1 match, 2 leading
+    regex_dfa dfa;           // the memo of anchored runs, of one program at a time
 
     // -- Compiling
     dynarray<regex_operand> operands;

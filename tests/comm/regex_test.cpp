@@ -6,10 +6,13 @@
 
 #include "comm/exception.h"
 #include "comm/regex_program.h"
+#include "comm/regex_scratch.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <random>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -533,6 +536,78 @@ TEST(regex, long_alternation_of_groups_over_long_input_ends)
     re.compile("(a|aa|aaa)*x");
     std::string text(50000, 'a');
     EXPECT_TRUE(re.match(tok(text)).is_null());
+}
+
+// -- The memo of anchored runs -----------------------------------------------------------
+
+// match and leading without slots go through the per-thread memo of states;
+// with a slot they go through the rounds. Both must give the same, for every
+// pattern of up to three pieces over every text of a and b up to six long.
+TEST(regex, anchored_runs_agree_with_and_without_slots)
+{
+    const char* pieces[] = {"a", "b", ".", "[ab]", "[^a]", "(a|b)", "(ab)", "a*", "b+", "(a|ab)?", "x", "(b*a)*"};
+    std::vector<std::string> texts{""};
+    for (size_t from = 0; texts.back().size() < 6; ) {
+        size_t to = texts.size();
+        for (size_t i = from; i < to; ++i) {
+            texts.push_back(texts[i] + "a");
+            texts.push_back(texts[i] + "b");
+        }
+        from = to;
+    }
+    int runs = 0;
+    int differ = 0;
+    for (const char* p1 : pieces)
+        for (const char* p2 : pieces)
+            for (const char* p3 : pieces) {
+                regex re;
+                re.compile(token((std::string(p1) + p2 + p3).c_str()));
+                for (const std::string& text : texts) {
+                    token in = tok(text);
+                    token subs[1];
+                    token a = re.match(in);
+                    token b = re.match(in, subs, 1);
+                    token c = re.leading(in);
+                    token d = re.leading(in, subs, 1);
+                    differ += a.ptr() != b.ptr() || a.ptre() != b.ptre();
+                    differ += c.ptr() != d.ptr() || c.ptre() != d.ptre();
+                    runs += 2;
+                }
+            }
+    EXPECT_EQ(differ, 0);
+    EXPECT_EQ(runs, 12 * 12 * 12 * 127 * 2);
+}
+
+TEST(regex, memo_survives_switching_programs)
+{
+    regex a;
+    a.compile("x[0-9]+");
+    regex b;
+    b.compile("[a-z]+");
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(a.match("x42").lens(), 3u);
+        EXPECT_TRUE(b.match("x42").is_empty());
+        EXPECT_EQ(b.match("abc").lens(), 3u);
+    }
+}
+
+TEST(regex, program_needing_many_states_still_matches)
+{
+    // (a|b)*a(a|b)^11: the memo would need thousands of states; past its
+    // limit the rounds take over with the same result.
+    regex re;
+    re.compile("(a|b)*a(a|b)(a|b)(a|b)(a|b)(a|b)(a|b)(a|b)(a|b)(a|b)(a|b)(a|b)");
+    std::mt19937 random(7);
+    std::string text;
+    for (int i = 0; i < 20000; ++i)
+        text += random() & 1 ? 'a' : 'b';
+    text += "abbbbbbbbbbb";
+    token subs[1];
+    token memo = re.match(tok(text));
+    EXPECT_TRUE(velk::regex_scratch_of_thread().dfa.given_up);
+    token rounds = re.match(tok(text), subs, 1);
+    EXPECT_EQ(memo.lens(), text.size());
+    EXPECT_EQ(rounds.lens(), text.size());
 }
 
 // -- One program, several threads -------------------------------------------------------
