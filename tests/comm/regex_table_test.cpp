@@ -31,10 +31,28 @@ struct row
     long len;
 };
 
+// Bytes outside printable ASCII as \xHH, so that test names and logs stay text.
+std::string printable(std::string_view s)
+{
+    static const char hex[] = "0123456789ABCDEF";
+    std::string out;
+    for (char ch : s) {
+        auto b = static_cast<unsigned char>(ch);
+        if (b >= 0x20 && b < 0x7F) {
+            out += ch;
+        } else {
+            out += "\\x";
+            out += hex[b >> 4];
+            out += hex[b & 15];
+        }
+    }
+    return out;
+}
+
 void PrintTo(const row& r, std::ostream* os)
 {
-    *os << r.run << " /" << r.pattern << "/ flags " << r.flags << " on \"" << r.text << "\" -> " << r.off << ","
-        << r.len;
+    *os << r.run << " /" << printable(r.pattern) << "/ flags " << r.flags << " on \"" << printable(r.text)
+        << "\" -> " << r.off << "," << r.len;
 }
 
 // clang-format off
