@@ -4,6 +4,8 @@
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(LUAJIT REQUIRED IMPORTED_TARGET luajit)
 pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
+# RE2: a baseline of the regular expression benchmark only; nothing ships with it.
+pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)
 find_package(CURL REQUIRED)
 find_package(Threads REQUIRED)
 find_package(GTest REQUIRED)

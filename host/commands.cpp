@@ -2,6 +2,7 @@
 #include "host/commands.h"
 
 #include "comm/dynarray.h"
+#include "comm/exception.h"
 #include "host/command_line.h"
 #include "host/host_interface.h"
 #include "interface/registrar.h"
@@ -77,8 +78,28 @@ velk::iref<hostprobe_plugin> create_plugin_object()
 
 } // namespace
 
+// keys --pattern REGEX: the pattern is compiled here, so that a bad one is a
+// wrong command line, refused before the plug-in loads.
+bool parse_keys_pattern(int argc, char** args, keys_request& out, velk::charstr& error)
+{
+    if (argc != 2) {
+        error << "keys --pattern takes one REGEX";
+        return false;
+    }
+    try {
+        out.pattern.compile(velk::token(args[1]));
+    } catch (const velk::exception& e) {
+        error << "bad pattern '" << args[1] << "': " << e.what();
+        return false;
+    }
+    out.by_pattern = true;
+    return true;
+}
+
 bool parse_keys(int argc, char** args, keys_request& out, velk::charstr& error)
 {
+    if (argc >= 1 && !strcmp(args[0], "--pattern"))
+        return parse_keys_pattern(argc, args, out, error);
     if (argc < 1 || argc > 2) {
         error << "keys takes a NAME and optionally a SCRIPT";
         return false;
@@ -115,7 +136,10 @@ bool parse_call(int argc, char** args, call_request& out, velk::charstr& error)
 int run_keys(const keys_request& r)
 {
     velk::dynarray<velk::creator_match> found;
-    velk::find_creators(r.name, r.script, found);
+    if (r.by_pattern)
+        velk::find_by_pattern(r.pattern, found);
+    else
+        velk::find_creators(r.name, r.script, found);
     for (const velk::creator_match& m : found)
         print_line(m.key);
     return 0;

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "comm/charstr.h"
+#include "comm/regex.h"
 #include "comm/token.h"
 #include "plugin/hostprobe_plugin.h"
 
@@ -15,10 +16,13 @@
 namespace host {
 
 // keys NAME [SCRIPT]: the keys that find_creators answers.
+// keys --pattern REGEX: the keys that find_by_pattern answers.
 struct keys_request
 {
     velk::token name;
     velk::token script; // null when not given: any script part matches
+    bool by_pattern = false;
+    velk::regex pattern; // compiled while the arguments are read
 };
 
 // call METHOD [ARG]: one method of the plug-in's interface.
@@ -30,7 +34,7 @@ struct call_request
 };
 
 // Each reads a command's arguments; false with the reason in error for a
-// wrong count, an unknown method or a malformed number.
+// wrong count, an unknown method, a malformed number or a bad pattern.
 bool parse_keys(int argc, char** args, keys_request& out, velk::charstr& error);
 bool parse_call(int argc, char** args, call_request& out, velk::charstr& error);
 

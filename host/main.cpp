@@ -26,6 +26,7 @@ void print_help()
           "  version              print the versions of V8 and LuaJIT this host runs with (the default)\n"
           "  keys NAME [SCRIPT]   list the registry keys of interface NAME (\"[ns::]class[.method]\");\n"
           "                       SCRIPT keeps only keys of that script language, \"\" only native ones\n"
+          "  keys --pattern REGEX list the registry keys without a script part that REGEX matches whole\n"
           "  call METHOD [ARG]    create the plug-in's interface through the registry and call METHOD:\n"
           "                       getMAC, mersenne_twister SEED (unsigned 32-bit) or testfunction X (signed 32-bit)\n"
           "  run FILE [--bind NAME] [--root DIR]\n"

@@ -6,7 +6,9 @@
 // again. Each operation holds the mutex for its whole length.
 #include "interface/interface_register.h"
 
+#include "comm/commassert.h"
 #include "comm/path_algebra.h"
+#include "comm/regex.h"
 #include "interface/creator_key.h"
 
 #include <cstring>
@@ -175,37 +177,126 @@ dynarray<creator_match>& interface_register_impl::find_script_creators(const tok
     return out;
 }
 
-// -- Client hooks and patterns: these come with the regular expressions -----
+// -- Patterns, client hooks and makers ---------------------------------------
 
-// Nothing found until the regular expressions exist.
-dynarray<creator_match>& interface_register_impl::find_by_pattern(const regex&, dynarray<creator_match>& out)
+// Only entries without a script part are offered to the pattern, and only a
+// whole-key match counts: match gives the empty token when it stopped short.
+dynarray<creator_match>& interface_register_impl::find_by_pattern(const regex& pattern,
+                                                                  dynarray<creator_match>& out)
 {
+    append_matches(out, [&](const creator_entry& e) {
+        return e.script.is_empty() && !pattern.match(key_of(e)).is_empty();
+    });
     return out;
 }
 
-// No client hooks are looked up yet: nothing found.
-creator_fn interface_register_impl::client_creator(const token&, const token&, uint32_t, const token&)
+creator_fn interface_register_impl::client_creator(const token& client, const token& ifc, uint32_t hash,
+                                                   const token& module)
 {
-    return nullptr;
+    charstr key;
+    key << ifc << "@client-" << hash << '.' << client;
+    comm_mutex_guard guard(_mutex);
+    const creator_entry* e = _hash.find_value(key);
+    if (!e || e->hash != hash) // the key holds the hash: a differing one can't come from a parse
+        return nullptr;
+    if (!module.is_empty() && !e->module.ends_with_icase(module))
+        return nullptr;
+    return e->creator;
 }
 
-// Script-object makers are looked up together with the client hooks: nothing found yet.
-creator_fn interface_register_impl::maker_creator(const token&, const token&)
+creator_fn interface_register_impl::maker_creator(const token& ifc, const token& script)
 {
-    return nullptr;
+    charstr key;
+    key << ifc << "@maker." << script;
+    return find_creator(key);
 }
 
-// No client hooks are listed yet: nothing found.
-dynarray<creator_match>& interface_register_impl::find_clients(const token&, int32_t,
+// The class is what follows the last run of ":", dots and all; the namespace
+// must be equal, an empty one included.
+dynarray<creator_match>& interface_register_impl::find_clients(const token& ifc, int32_t hash,
                                                                dynarray<creator_match>& out)
 {
+    token ns = ifc;
+    token class_name = ns.cut_back_at_group("::", cut_drop_separator | cut_return_right);
+    comm_mutex_guard guard(_mutex);
+    for (const creator_table::node* n = _hash.first(); n; n = _hash.next(n)) {
+        const creator_entry& e = n->value;
+        if (e.hash == static_cast<uint32_t>(hash) && e.kind == token("client") && e.class_name == class_name &&
+            e.ns == ns)
+            out.push(creator_match{e.script, e.creator});
+    }
     return out;
 }
 
-// No client hooks are removed or restored yet: nothing changes.
-bool interface_register_impl::notify_module_unload(uint64_t, dynarray<uint8_t>&, dynarray<unload_entry>&)
+// -- Module unload ---------------------------------------------------------------
+
+bool interface_register_impl::notify_module_unload(uint64_t module_handle, dynarray<uint8_t>& data,
+                                                   dynarray<unload_entry>& list)
 {
+    comm_mutex_guard guard(_mutex); // held across the hooks, which may call in again on this thread
+    if (module_handle != 0)
+        remove_client_hooks(module_handle, data, list);
+    else
+        restore_after_reload(data, list);
     return true;
+}
+
+// The first mode. Each client hook of the module goes, after the interface's
+// unload hook (the text up to the end of the class, and "@unload") had its
+// say: it is told the client and the module and may append to data what it
+// needs back once the module is loaded again. The node after the current one
+// is found first, since the current one goes away.
+void interface_register_impl::remove_client_hooks(uint64_t module_handle, dynarray<uint8_t>& data,
+                                                  dynarray<unload_entry>& list)
+{
+    for (creator_table::node* n = _hash.first(); n;) {
+        creator_table::node* after = _hash.next(n);
+        creator_entry& en = n->value;
+        if (en.module_handle != module_handle || !(en.kind == token("client"))) {
+            n = after;
+            continue;
+        }
+        uint32_t offset = data.size();
+        charstr hook_key;
+        hook_key << token(en.ifcname.ptr(), en.class_name.ptre()) << "@unload";
+        if (const creator_entry* hook = _hash.find_value(hook_key))
+            reinterpret_cast<unload_hook_fn>(hook->creator)(en.script, en.module, &data);
+        unload_entry* ue = list.push();
+        ue->ifcname = std::move(en.ifcname);
+        ue->offset = offset;
+        ue->size = data.size() - offset;
+        if (!_hash.erase_value_slot(&en, token(ue->ifcname.ptr(), ue->ifcname.ptr() + en.keylen)))
+            report_lost_node();
+        n = after;
+    }
+}
+
+// The node of an entry that the walk just met was not in the chain of its
+// key: the table is broken. Reported under the place that every module's
+// copy of this code reports it with.
+void interface_register_impl::report_lost_node()
+{
+    assert_message detail;
+    if (assert_report(detail, "comm/interface", 438, "velk::interface_register_impl::notify_module_unload",
+                      "_hash.erase_value_slot(&en, token(ue->ifcname.ptr(), ue->ifcname.ptr() + en.keylen))", 1))
+        VELK_TRAP();
+}
+
+// The second mode: every interface that lost a client hook hears, through
+// empty tokens, that it may restore. A hook gets the whole data array, or
+// null when its own call wrote nothing; it finds its own part itself.
+void interface_register_impl::restore_after_reload(dynarray<uint8_t>& data, dynarray<unload_entry>& list)
+{
+    for (const unload_entry& ue : list) {
+        token name = ue.ifcname;
+        const char* at = static_cast<const char*>(memchr(name.ptr(), '@', name.lens()));
+        charstr hook_key;
+        hook_key << token(name.ptr(), at ? at : name.ptre()) << "@unload";
+        const creator_entry* hook = _hash.find_value(hook_key);
+        if (!hook)
+            continue;
+        reinterpret_cast<unload_hook_fn>(hook->creator)(token(), token(), ue.size > 0 ? &data : nullptr);
+    }
 }
 
 // -- The host's settings ------------------------------------------------------

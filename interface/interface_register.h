@@ -48,6 +48,13 @@ using registry_log_hook_fn = void (*)(log_ref& out, int32_t type, const tokenhas
 using path_check_hook_fn = bool (*)(const token& relative_path);
 using logger_hook_fn = logger* (*)();
 
+// An interface's unload hook, the creator under "interface@unload". Told of
+// a client hook that goes with its module (client and module named, data the
+// caller's array to append to), and after the module was loaded again (both
+// tokens empty, data the array or null when this hook's first call wrote
+// nothing). Its answer is not read.
+using unload_hook_fn = bool (*)(const token& client, const token& module, dynarray<uint8_t>* data);
+
 // One node's value in the table. All tokens are views into ifcname, whose
 // leading keylen characters are the key; the rest is the module part.
 struct creator_entry
@@ -109,8 +116,9 @@ public:
     // Throws std::bad_alloc with the table unchanged.
     virtual bool hook_creator(const token& full_key, creator_fn creator);
 
-    // The entries whose key a regular expression matches. Not available yet:
-    // leaves out as it is.
+    // Appends the entries without a script part whose whole key pattern
+    // matches (regex::match, a non-empty result). Gives out. Throws
+    // std::bad_alloc, with the records made so far appended.
     virtual dynarray<creator_match>& find_by_pattern(const regex& pattern, dynarray<creator_match>& out);
 
     // The creator under name + "@wrapper", or null.
@@ -129,14 +137,20 @@ public:
     virtual dynarray<creator_match>& find_script_creators(const token& name, const token& script,
                                                           dynarray<creator_match>& out);
 
-    // A client's hook on an interface. Not available yet: always null.
+    // The hook of client on interface ifc, under ifc + "@client-" + hash +
+    // "." + client, or null. A non-empty module must end the file name of the
+    // registering module, case ignored. Throws std::bad_alloc.
     virtual creator_fn client_creator(const token& client, const token& ifc, uint32_t hash,
                                       const token& module);
 
-    // The script-object maker of an interface. Not available yet: always null.
+    // The creator under ifc + "@maker." + script, or null. Callable only
+    // while its module stays loaded. Throws std::bad_alloc.
     virtual creator_fn maker_creator(const token& ifc, const token& script);
 
-    // The client hooks of an interface. Not available yet: leaves out as it is.
+    // Appends the client hooks on ifc ("[ns::]class", the class taken whole)
+    // with this hash: each record's key is the client's name. The namespace
+    // must be equal, an empty one only matching entries without one. Gives
+    // out. Throws std::bad_alloc, with the records made so far appended.
     virtual dynarray<creator_match>& find_clients(const token& ifc, int32_t hash,
                                                   dynarray<creator_match>& out);
 
@@ -176,9 +190,17 @@ public:
 
     // -- Not virtual: run by the calling module's own code -------------------
 
-    // Removes the client hooks of a module that goes away (a non-zero
-    // handle) and lets interfaces restore their state after it was loaded
-    // again (0). Not available yet: changes nothing and gives true.
+    // A host that replaces a module calls this twice, with the module's
+    // handle before unloading it and with 0 after loading the new build,
+    // with the same data and list, which are the caller's.
+    // With a handle: every client hook that the module registered goes from
+    // the table; the interface's unload hook, if any, is called first (under
+    // the mutex) and may append to data; a record of the hook (its whole
+    // text, its part of data) is appended to list. Other entries stay.
+    // With 0: for each record in list, the unload hook of its interface, if
+    // any, is called with empty tokens and data (null when the record's part
+    // is empty), to restore. Always true. An exception from a hook passes
+    // through, with the mutex released and the records made so far in list.
     bool notify_module_unload(uint64_t module_handle, dynarray<uint8_t>& data,
                               dynarray<unload_entry>& list);
 
@@ -206,6 +228,9 @@ private:
     bool insert_entry(charstr& text, creator_fn creator);
     bool current_directory(const token& current_path, charstr& out);
     bool remove_entry(const token& key);
+    void remove_client_hooks(uint64_t module_handle, dynarray<uint8_t>& data, dynarray<unload_entry>& list);
+    void restore_after_reload(dynarray<uint8_t>& data, dynarray<unload_entry>& list);
+    static void report_lost_node();
 
     creator_table _hash;
     comm_mutex _mutex;

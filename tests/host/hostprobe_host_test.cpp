@@ -182,6 +182,43 @@ TEST(HostKeys, MissingNameIsRefused)
     expect_refused({"keys"}, "keys takes a NAME");
 }
 
+TEST(HostKeys, PatternListsTheKeysItMatchesWhole)
+{
+    child_result r = hostprobe({"keys", "--pattern", "xt::hostprobe_plugin\\.create@[0-9]+"});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.out, "xt::hostprobe_plugin.create@3445205045\n");
+}
+
+TEST(HostKeys, PatternLeavesOutKeysWithAScriptPart)
+{
+    // "xt::hostprobe_plugin@wrapper.js" and its kin have the script part "js".
+    child_result r = hostprobe({"keys", "--pattern", "xt::hostprobe_plugin@wrapper.*"});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.out, "xt::hostprobe_plugin@wrapper\n");
+}
+
+TEST(HostKeys, PatternThatMatchesNoKeyListsNothing)
+{
+    child_result r = hostprobe({"keys", "--pattern", "no::such@key"});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.out, "");
+}
+
+TEST(HostKeys, BadPatternIsRefusedWithItsReason)
+{
+    child_result r = hostprobe({"keys", "--pattern", "xt::(hostprobe"});
+    EXPECT_EQ(r.exit_status, 2);
+    EXPECT_TRUE(r.out.empty()) << r.out;
+    EXPECT_NE(r.err.find("bad pattern 'xt::(hostprobe': unmatched left paren"), std::string::npos) << r.err;
+}
+
+TEST(HostKeys, PatternOptionWithoutPatternIsRefused)
+{
+    child_result r = hostprobe({"keys", "--pattern"});
+    EXPECT_EQ(r.exit_status, 2);
+    EXPECT_NE(r.err.find("keys --pattern takes one REGEX"), std::string::npos) << r.err;
+}
+
 // -- The rest of the command line ----------------------------------------------------------------
 
 TEST(HostCommands, VersionIsTheDefault)
@@ -194,7 +231,7 @@ TEST(HostCommands, VersionIsTheDefault)
 TEST(HostCommands, HelpListsEveryCommand)
 {
     std::string out = hostprobe({"--help"}).out;
-    for (const char* command : {"version", "keys NAME", "call METHOD", "--plugin PATH"})
+    for (const char* command : {"version", "keys NAME", "keys --pattern REGEX", "call METHOD", "--plugin PATH"})
         EXPECT_NE(out.find(command), std::string::npos) << command;
 }
 
