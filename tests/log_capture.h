@@ -1,8 +1,14 @@
 // Test helper: collects the log lines the library makes, instead of writing them.
+//
+// Lines may come from any thread. With echo, each line is also written to
+// standard error at once, for death tests that read what a dying process
+// logged.
 #pragma once
 
 #include "comm/log/logmsg.h"
 
+#include <cstdio>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -11,16 +17,35 @@ namespace velk::testing {
 class log_capture
 {
 public:
-    log_capture() { set_log_hook(&make); lines().clear(); }
+    explicit log_capture(bool echo = false)
+    {
+        echo_flag() = echo;
+        set_log_hook(&make);
+        std::lock_guard<std::mutex> g(mutex());
+        all().clear();
+    }
     ~log_capture() { set_log_hook(nullptr); }
 
-    static std::vector<std::string>& lines()
-    {
-        static std::vector<std::string> all;
-        return all;
-    }
+    // The lines so far, oldest first. Read it while no other thread logs.
+    static const std::vector<std::string>& lines() { return all(); }
 
 private:
+    static std::vector<std::string>& all()
+    {
+        static std::vector<std::string> v;
+        return v;
+    }
+    static std::mutex& mutex()
+    {
+        static std::mutex m;
+        return m;
+    }
+    static bool& echo_flag()
+    {
+        static bool echo = false;
+        return echo;
+    }
+
     class captured : public logmsg
     {
     public:
@@ -29,7 +54,15 @@ private:
     protected:
         void release_hook() override
         {
-            lines().emplace_back(text().ptr() ? text().ptr() : "", text().lens());
+            std::string line(text().ptr() ? text().ptr() : "", text().lens());
+            if (echo_flag()) {
+                fprintf(stderr, "%s\n", line.c_str());
+                fflush(stderr);
+            }
+            {
+                std::lock_guard<std::mutex> g(mutex());
+                all().push_back(line);
+            }
             delete this;
         }
     };
