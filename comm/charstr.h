@@ -230,6 +230,11 @@ public:
 
     void swap(charstr& other) noexcept { _buf.swap(other._buf); }
 
+    // The array under the text, for stream containers that fill it in place.
+    // Its count includes the terminator whenever there is text: whoever
+    // changes the count keeps that rule.
+    dynarray<char, uint32_t, comm_array_allocator>& dynarray_ref() { return _buf; }
+
 private:
     static constexpr char empty_text[1] = "";
 

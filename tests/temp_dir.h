@@ -1,0 +1,60 @@
+// A fresh directory under the test's temporary place, removed with all it
+// holds when the object goes. Tests make and check files in it with the
+// standard library, never with the code under test.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <system_error>
+
+class temp_dir
+{
+public:
+    explicit temp_dir(const std::string& tag = "velk")
+    {
+        std::string templ = std::string(::testing::TempDir()) + tag + "_XXXXXX";
+        if (mkdtemp(templ.data()))
+            _path = templ;
+    }
+    ~temp_dir()
+    {
+        std::error_code ec;
+        if (!_path.empty()) {
+            // Read-only entries made by a test must not keep the tree alive.
+            for (auto it = std::filesystem::recursive_directory_iterator(_path, ec);
+                 !ec && it != std::filesystem::recursive_directory_iterator(); it.increment(ec))
+                std::filesystem::permissions(it->path(), std::filesystem::perms::owner_all,
+                                             std::filesystem::perm_options::add, ec);
+            std::filesystem::remove_all(_path, ec);
+        }
+    }
+    temp_dir(const temp_dir&) = delete;
+    temp_dir& operator=(const temp_dir&) = delete;
+
+    bool ok() const { return !_path.empty(); }
+    const std::filesystem::path& path() const { return _path; }
+    // The path of name inside the directory.
+    std::string operator/(const std::string& name) const { return (_path / name).string(); }
+
+private:
+    std::filesystem::path _path;
+};
+
+// The whole content of a file; empty when it can't be read.
+inline std::string read_file(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Writes data as the whole content of a file.
+inline void write_file(const std::string& path, const std::string& data)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(data.data(), static_cast<std::streamsize>(data.size()));
+}
