@@ -6,6 +6,7 @@
 #include "comm/thread.h"
 
 #include "comm/alloc/commalloc.h"
+#include "comm/alloc/memtrack.h"
 #include "comm/exception.h"
 #include "comm/log/logmsg.h"
 #include "comm/os/thread.h"
@@ -184,6 +185,10 @@ void* thread_manager::entry(void* p)
     } catch (const thread::CancelException&) {
         result = nullptr;
     } catch (const std::bad_alloc& e) {
+        try {
+            memtrack_dump("memory.log", false);
+        } catch (...) { // the report must not replace what it reports
+        }
         m->report_exception(r, e.what(), true);
         throw;
     } catch (const std::exception& e) {
