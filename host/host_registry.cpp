@@ -1,7 +1,7 @@
 // host_registry: the hooks that the reference host gives the registry.
 #include "host/host_registry.h"
 
-#include "comm/log/logmsg.h"
+#include "comm/log/logger.h"
 #include "interface/registrar.h"
 
 #include <cstdio>
@@ -10,29 +10,15 @@ namespace host {
 
 namespace {
 
-// A log line of any module, written to standard error at its last release:
+// The host's logger, made on first use: every module's log lines come to
+// it through the registry's logger hook. Its console is standard error:
 // standard output carries the commands' results alone.
-class stderr_logmsg : public velk::logmsg
+velk::logger* host_logger()
 {
-public:
-    using logmsg::logmsg;
-
-protected:
-    void release_hook() override
-    {
-        velk::charstr line;
-        line << "hostprobe: " << velk::log_level_prefix(type());
-        if (!source().is_empty())
-            line << '[' << source() << "] ";
-        line << text() << '\n';
-        fwrite(line.ptr(), 1, line.lens(), stderr);
-        delete this;
-    }
-};
-
-void log_to_stderr(velk::log_ref& out, int32_t type, const velk::tokenhash& source, const void*)
-{
-    out = new stderr_logmsg(type, source);
+    static velk::stdoutlogger console;
+    static const bool on_stderr = (console.set_console(2), true);
+    (void)on_stderr;
+    return &console;
 }
 
 bool ends_with(const velk::token& t, const velk::token& suffix)
@@ -47,10 +33,16 @@ bool accept_include_path(const velk::token& relative_path)
     return ends_with(relative_path, ".js") || ends_with(relative_path, ".lua");
 }
 
+// A program that never logged has no writer, and none is started for this.
+void flush_log()
+{
+    if (velk::log_writer* w = velk::log_writer::existing())
+        w->flush();
+}
+
 void setup_registry(const velk::token& root)
 {
-    // No logger of the host's own yet: the modules' log lines come through the hook.
-    velk::setup(root, &log_to_stderr, &accept_include_path, nullptr);
+    velk::setup(root, nullptr, &accept_include_path, &host_logger);
 }
 
 } // namespace host

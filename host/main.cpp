@@ -110,10 +110,13 @@ int main(int argc, char** argv)
     velk::charstr error;
     if (!host::parse_command_line(argc, argv, cl, error))
         return usage_error(error);
+    int status;
     try {
-        return run(cl);
+        status = run(cl);
     } catch (const std::exception& e) {
         fprintf(stderr, "hostprobe: %s\n", e.what());
-        return exit_failed;
+        status = exit_failed;
     }
+    host::flush_log(); // the log lines before the result of the process
+    return status;
 }

@@ -55,8 +55,10 @@ charstr* report_buffer = nullptr;
 
 struct report_buffer_lifetime
 {
+    // The buffer lies in the array space: it must outlive the buffer.
     report_buffer_lifetime()
     {
+        comm_array_mspace_ensure();
         report_buffer = register_singleton_of<charstr>(true, "comm/alloc/memtrack", 235);
     }
     ~report_buffer_lifetime() { remove_singleton(std::exchange(report_buffer, nullptr)); }
