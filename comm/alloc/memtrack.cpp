@@ -149,6 +149,13 @@ void memtrack_clean_type_name(charstr& out, const token& name)
 
 memtrack_registrar::memtrack_registrar() : _table(hash_table_initial_buckets), _mutex(spin_count) {}
 
+memtrack_registrar::~memtrack_registrar()
+{
+    for (auto* n = _table.first(); n; n = _table.next(n))
+        if (n->value.name != n->value.key)
+            free(const_cast<char*>(n->value.name)); // demangled by readable_name
+}
+
 memtrack_registrar::entry* memtrack_registrar::find_or_insert(const char* key)
 {
     if (entry* e = _table.find_value(key))

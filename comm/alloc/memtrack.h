@@ -46,8 +46,9 @@ public:
     static constexpr uint32_t spin_count = 500;
 
     memtrack_registrar();
-    // Frees the object and its table; the records' names are not owned.
-    ~memtrack_registrar() = default;
+    // Frees the object, its table and the names it made readable; names
+    // listed before are invalid afterwards.
+    ~memtrack_registrar();
     memtrack_registrar(const memtrack_registrar&) = delete;
     memtrack_registrar& operator=(const memtrack_registrar&) = delete;
 
