@@ -124,7 +124,8 @@ void splice_tail(charstr& dst, uint32_t cut, char sep, const token& tail)
         char* to = dst.append_buffer(n);
         if (sep)
             *to++ = sep;
-        memcpy(to, tail.ptr(), tail.lens());
+        if (tail.lens()) // a null tail has no characters to copy from
+            memcpy(to, tail.ptr(), tail.lens());
     }
     if (old > cut)
         dst.del(static_cast<int32_t>(cut), old - cut);

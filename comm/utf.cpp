@@ -201,8 +201,8 @@ bool multibyte_to_wide(const token& src, uint32_t code_page, std::u16string& dst
 
 int32_t wide_to_charstr(charstr& dst, const char16_t* src, int32_t len)
 {
-    // The description grows the string by len bytes, enough for a code page
-    // of one byte per unit; UTF-8 takes up to 3, so the size is asked first.
+    // Growing by len bytes is enough only for a one-byte code page; UTF-8
+    // takes up to 3 bytes a unit, so the size is asked first.
     if (!src)
         return 0;
     uint32_t n = static_cast<uint32_t>(len);

@@ -140,4 +140,50 @@ int run_call(const call_request& r)
     return 0;
 }
 
+// -- run --------------------------------------------------------------------------
+
+namespace {
+
+// The value of option args[i]; advances i past it. False, with the reason
+// in error, when the value is missing or empty.
+bool option_value(int argc, char** args, int& i, const char*& out, velk::charstr& error)
+{
+    const char* option = args[i];
+    if (++i == argc || !*args[i]) {
+        error << "run: " << option << " needs a value";
+        return false;
+    }
+    out = args[i];
+    return true;
+}
+
+} // namespace
+
+bool parse_run(int argc, char** args, run_request& out, velk::charstr& error)
+{
+    for (int i = 0; i < argc; ++i) {
+        const char* a = args[i];
+        if (!strcmp(a, "--bind")) {
+            if (!option_value(argc, args, i, out.bind, error))
+                return false;
+        } else if (!strcmp(a, "--root")) {
+            if (!option_value(argc, args, i, out.root, error))
+                return false;
+        } else if (a[0] == '-' && a[1]) {
+            error << "run: unknown option '" << a << "'";
+            return false;
+        } else if (out.file) {
+            error << "run takes one script file, not '" << out.file << "' and '" << a << "'";
+            return false;
+        } else {
+            out.file = a;
+        }
+    }
+    if (!out.file || !*out.file) {
+        error << "run needs a script FILE";
+        return false;
+    }
+    return true;
+}
+
 } // namespace host

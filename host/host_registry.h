@@ -10,16 +10,20 @@
 
 namespace host {
 
-// Sets the registry's root path (the first call's path stands) and the
-// host's hooks: log lines of all modules go to the host's logger, which
-// writes them to standard error on its writer thread, and include paths
-// are accepted only for script files. Throws velk::exception when the
-// executable exports no registry, std::bad_alloc.
-void setup_registry(const velk::token& root);
+// Where the log lines of all modules go: standard error, beside a command's
+// results, or standard output, where a script's lines are its results.
+enum class log_target { standard_error, standard_output };
 
-// Waits until the host's logger has written every line (at most 3 s). Call
-// it before a module is unloaded, whose messages may still be queued, and
-// before the program ends.
+// Sets the registry's root path (the first call's path stands) and the
+// host's hooks: the host's logger takes the log lines of all modules and
+// writes them to lines on its writer thread, and include paths are
+// accepted only for script files. Throws velk::exception when the
+// executable exports no registry, std::bad_alloc.
+void setup_registry(const velk::token& root, log_target lines = log_target::standard_error);
+
+// Waits until the host's logger has written every line made so far (at
+// most 3 s). The host calls it before it unloads a module, whose messages
+// may still be queued, and before it exits.
 void flush_log();
 
 // The host's verdict on an include path below the root: true for a file

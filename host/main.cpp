@@ -7,6 +7,7 @@
 #include "host/host_registry.h"
 #include "host/host_paths.h"
 #include "host/plugin_loader.h"
+#include "host/script_runner.h"
 
 #include <cstdio>
 #include <cstring>
@@ -27,6 +28,10 @@ void print_help()
           "                       SCRIPT keeps only keys of that script language, \"\" only native ones\n"
           "  call METHOD [ARG]    create the plug-in's interface through the registry and call METHOD:\n"
           "                       getMAC, mersenne_twister SEED (unsigned 32-bit) or testfunction X (signed 32-bit)\n"
+          "  run FILE [--bind NAME] [--root DIR]\n"
+          "                       run the JavaScript FILE with the plug-in's interface object bound as NAME\n"
+          "                       (default probe); $include paths stay below DIR (default: FILE's folder);\n"
+          "                       the script's $log lines are printed\n"
           "  --help               print this text\n"
           "options:\n"
           "  --plugin PATH        load the plug-in from PATH instead of next to this program\n",
@@ -49,9 +54,10 @@ int print_versions(const host::command_line& cl)
     return 0;
 }
 
-// Sets up the registry and loads the plug-in, from --plugin or next to
-// this program.
-bool load_plugin(const host::command_line& cl, host::plugin_module& plugin)
+// Sets up the registry with root and where log lines go, and loads the
+// plug-in, from --plugin or next to this program.
+bool load_plugin(const host::command_line& cl, const velk::token& root, host::log_target lines,
+                 host::plugin_module& plugin)
 {
     velk::charstr error;
     velk::charstr path;
@@ -61,7 +67,7 @@ bool load_plugin(const host::command_line& cl, host::plugin_module& plugin)
         fputs("hostprobe: cannot tell where this program lies; give the plug-in with --plugin\n", stderr);
         return false;
     }
-    host::setup_registry(host::script_root());
+    host::setup_registry(root, lines);
     if (!plugin.load(path.c_str(), error)) {
         fprintf(stderr, "hostprobe: %s\n", error.c_str());
         return false;
@@ -82,9 +88,28 @@ int run_with_plugin(const host::command_line& cl)
         return usage_error(error);
 
     host::plugin_module plugin;
-    if (!load_plugin(cl, plugin))
+    if (!load_plugin(cl, host::script_root(), host::log_target::standard_error, plugin))
         return exit_failed;
     return is_keys ? host::run_keys(keys) : host::run_call(call);
+}
+
+// run: the script's place fixes the registry's root before the plug-in
+// loads; the script's log lines are its output.
+int run_script_file(const host::command_line& cl)
+{
+    velk::charstr error;
+    host::run_request request;
+    if (!host::parse_run(cl.arg_count, cl.args, request, error))
+        return usage_error(error);
+    host::script_place place;
+    if (!host::place_script(request, place, error)) {
+        fprintf(stderr, "hostprobe: %s\n", error.c_str());
+        return exit_failed;
+    }
+    host::plugin_module plugin;
+    if (!load_plugin(cl, place.root, host::log_target::standard_output, plugin))
+        return exit_failed;
+    return host::run_script(request, place);
 }
 
 int run(const host::command_line& cl)
@@ -97,6 +122,8 @@ int run(const host::command_line& cl)
     }
     if (!strcmp(cl.command, "keys") || !strcmp(cl.command, "call"))
         return run_with_plugin(cl);
+    if (!strcmp(cl.command, "run"))
+        return run_script_file(cl);
     velk::charstr error;
     error << "unknown command '" << cl.command << "'";
     return usage_error(error);
@@ -110,13 +137,12 @@ int main(int argc, char** argv)
     velk::charstr error;
     if (!host::parse_command_line(argc, argv, cl, error))
         return usage_error(error);
-    int status;
+    int status = exit_failed;
     try {
         status = run(cl);
     } catch (const std::exception& e) {
         fprintf(stderr, "hostprobe: %s\n", e.what());
-        status = exit_failed;
     }
-    host::flush_log(); // the log lines before the result of the process
+    host::flush_log();
     return status;
 }

@@ -117,7 +117,7 @@ void hostprobe_plugin_dispatcher::release_tables()
     _capture_table = nullptr;
 }
 
-bool hostprobe_plugin_dispatcher::bind_host(velk::counted_base* host)
+bool hostprobe_plugin::bind_host(velk::counted_base* host)
 {
     _host = host;
     _method_table = get_method_table();
@@ -150,16 +150,16 @@ void hostprobe_plugin_dispatcher::dispatch_captured(uintptr_t, uintptr_t, uintpt
 
 velk::iref<hostprobe_plugin>& hostprobe_plugin_dispatcher::bind(velk::iref<hostprobe_plugin>& out,
                                                                  velk::counted_base* host,
-                                                                 hostprobe_plugin_dispatcher* instance)
+                                                                 hostprobe_plugin* instance)
 {
-    hostprobe_plugin_dispatcher* d = instance ? instance : new hostprobe_plugin_dispatcher;
+    hostprobe_plugin* d = instance ? instance : new hostprobe_plugin_dispatcher;
     out = d;
     d->bind_host(host);
     return out;
 }
 
 velk::iref<hostprobe_plugin>& hostprobe_plugin_dispatcher::native_creator(
-    velk::iref<hostprobe_plugin>& out, hostprobe_plugin_dispatcher* instance,
+    velk::iref<hostprobe_plugin>& out, hostprobe_plugin* instance,
     const velk::iref<velk::stubsmith_interface>& host)
 {
     velk::iref<simplugin> plugin = simplugin::make(host);
@@ -172,7 +172,7 @@ velk::iref<hostprobe_plugin>& hostprobe_plugin_dispatcher::native_creator(
 }
 
 velk::iref<hostprobe_plugin>& hostprobe_plugin_dispatcher::native_wrapper_creator(
-    velk::iref<hostprobe_plugin>& out, velk::counted_base* host, hostprobe_plugin_dispatcher* instance)
+    velk::iref<hostprobe_plugin>& out, velk::counted_base* host, hostprobe_plugin* instance)
 {
     return bind(out, host, instance);
 }

@@ -51,6 +51,11 @@ public:
     // Unguarded: two threads racing on the first use fill equal tables.
     static velk::method_fn* get_method_table();
 
+    // Takes a counted reference to host and binds the module's table. Always
+    // true. Every dispatcher of the interface, native or scripted, is bound
+    // here: the creators take any of them as their instance.
+    bool bind_host(velk::counted_base* host);
+
 private:
     // The cache of wrapper_creator for backend b; null for a backend
     // without a wrapper creator.
@@ -68,9 +73,6 @@ class hostprobe_plugin_dispatcher : public hostprobe_plugin
 public:
     ~hostprobe_plugin_dispatcher() override = default;
 
-    // Takes a counted reference to host and binds the module's table. Always true.
-    bool bind_host(velk::counted_base* host);
-
     // Routes calls through a copy of the table for sink; instance_id must be
     // below 255. The id and sink are shared by all dispatchers.
     bool set_capture(void* sink, uint32_t instance_id) override;
@@ -78,16 +80,17 @@ public:
     void dispatch_captured(uintptr_t, uintptr_t, uintptr_t) override;
 
     // The creator under native_creator_key: makes a simplugin for host and
-    // binds it to instance, or to a new dispatcher when instance is null.
-    // out is null when host holds nothing. Throws std::bad_alloc.
+    // binds it to instance (a dispatcher of any backend, already allocated),
+    // or to a new native dispatcher when instance is null. out is null when
+    // host holds nothing. Throws std::bad_alloc.
     static velk::iref<hostprobe_plugin>& native_creator(velk::iref<hostprobe_plugin>& out,
-                                                         hostprobe_plugin_dispatcher* instance,
+                                                         hostprobe_plugin* instance,
                                                          const velk::iref<velk::stubsmith_interface>& host);
 
     // The creator under native_wrapper_key: binds an existing native object.
     static velk::iref<hostprobe_plugin>& native_wrapper_creator(velk::iref<hostprobe_plugin>& out,
                                                                  velk::counted_base* host,
-                                                                 hostprobe_plugin_dispatcher* instance);
+                                                                 hostprobe_plugin* instance);
 
     // Frees the method table and the capture table. Run by the module's
     // static destruction, when no object can call through them any more.
@@ -98,7 +101,7 @@ public:
 
 private:
     static velk::iref<hostprobe_plugin>& bind(velk::iref<hostprobe_plugin>& out, velk::counted_base* host,
-                                              hostprobe_plugin_dispatcher* instance);
+                                              hostprobe_plugin* instance);
 
     static uint32_t _capture_id;
     static void* _capture_sink;

@@ -3,18 +3,21 @@
 //
 // Three groups, started in this order: native (keys 1-2), JavaScript (3-6)
 // and Lua (7-10). Their sites stay in this one file, since only definitions
-// of one translation unit start in a fixed order. The script groups join
-// with their bindings. Each group's keys are taken out again by the module's
-// exit functions, in reverse order, when the module is unloaded.
+// of one translation unit start in a fixed order. The Lua group joins with
+// its binding. Each group's keys are taken out again by the module's exit
+// functions, in reverse order, when the module is unloaded.
 //
 // Linked into the plug-in module only: a program that links the plug-in's
 // objects directly (the tests) registers nothing by accident.
+#include "bindings/js/hostprobe_plugin_js_creator.h"
+#include "bindings/js/hostprobe_plugin_js_dispatcher.h"
 #include "interface/ifc_autoregger.h"
 #include "plugin/hostprobe_plugin.h"
 
 namespace {
 
 using xt::hostprobe_plugin_dispatcher;
+using xt::js::hostprobe_plugin_js_dispatcher;
 
 // Keys 1-2.
 void register_native_group(bool on)
@@ -24,6 +27,16 @@ void register_native_group(bool on)
     velk::register_key(on, hostprobe_plugin::native_creator_key, &hostprobe_plugin_dispatcher::native_creator);
 }
 
+// Keys 3-6.
+void register_js_group(bool on)
+{
+    velk::register_key(on, xt::js::creator_js_key, &xt::js::create_with_script);
+    velk::register_key(on, hostprobe_plugin_js_dispatcher::create_js_key, &hostprobe_plugin_js_dispatcher::create_js);
+    velk::register_key(on, hostprobe_plugin_js_dispatcher::wrapper_js_key, &hostprobe_plugin_js_dispatcher::wrapper_js);
+    velk::register_key(on, hostprobe_plugin_js_dispatcher::maker_js_key, &hostprobe_plugin_js_dispatcher::maker_js);
+}
+
 const velk::autoregger_site<&register_native_group> native_group;
+const velk::autoregger_site<&register_js_group> js_group;
 
 } // namespace

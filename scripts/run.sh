@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The main job: set up, build, and run the reference host. With arguments they
-# go to the host as they are; without, the host shows its engines and calls
-# each method of the plug-in through the interface registry.
+# go to the host as they are; without, the host shows its engines, calls
+# each method of the plug-in through the interface registry, and runs the
+# example script examples/probe.js.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 "$root/scripts/setup.sh"
@@ -14,3 +15,4 @@ fi
 echo "getMAC: $("$host" call getMAC)"
 echo "mersenne_twister(5489): $("$host" call mersenne_twister 5489)"
 echo "testfunction(21): $("$host" call testfunction 21)"
+"$host" run "$root/examples/probe.js"

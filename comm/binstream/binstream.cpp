@@ -51,15 +51,15 @@ opcd binstream::read(void* p, kind t)
     uint64_t len = t.size();
     if (len == 0)
         return {};
-    return read_raw_full(p, len);
+    return read_raw_full(*this, p, len);
 }
 
-opcd binstream::read_raw_full(void* p, uint64_t& len)
+opcd binstream::read_raw_full(binstream& s, void* p, uint64_t& len)
 {
     auto* at = static_cast<char*>(p);
     for (;;) {
         uint64_t before = len;
-        opcd e = read_raw(at, len);
+        opcd e = s.read_raw(at, len);
         if (!(e == ers::retry))
             return e;
         at += before - len;
@@ -80,7 +80,7 @@ opcd binstream::copy_blocks(binstream& src, binstream& dst, uint64_t datasize, u
     while (rest != 0) {
         uint64_t want = std::min({transfer_block, blocksize, rest});
         uint64_t left = want;
-        opcd re = src.read_raw_full(buf, left);
+        opcd re = read_raw_full(src, buf, left);
         uint64_t got = want - left;
         if (got != 0) {
             uint64_t wlen = got;
@@ -222,7 +222,7 @@ opcd binstream::read_array_content(binstream_container_base& c, uint64_t n, uint
         void* p = c.insert(n);
         if (!p && bytes)
             return ers::out_of_memory;
-        opcd e = read_raw_full(p, bytes);
+        opcd e = read_raw_full(*this, p, bytes);
         if (!e)
             count = n;
         return e;

@@ -167,9 +167,9 @@ protected:
     static opcd copy_blocks(binstream& src, binstream& dst, uint64_t datasize, uint64_t* written,
                             uint64_t blocksize);
 
-    // read_raw of exactly len bytes, calling again while it answers ers::retry.
+    // read_raw of s for len bytes, calling again while it answers ers::retry.
     // len comes back as the bytes not delivered.
-    opcd read_raw_full(void* p, uint64_t& len);
+    static opcd read_raw_full(binstream& s, void* p, uint64_t& len);
 };
 
 } // namespace velk

@@ -49,6 +49,48 @@ const char* find_next(intptr_t handle);
 // Ends an open search; no_search is ignored.
 void find_close(intptr_t handle);
 
+// -- Changes to the file system ----------------------------------------------
+
+// The error number of "it exists already", the same on every system the
+// library knows (17).
+inline constexpr int err_exists = 17;
+
+// Makes the directory path: 0 on success, else the system's error number.
+int make_dir(const token& path, uint32_t mode);
+
+// Removes the empty directory path; false when the system refuses.
+bool remove_dir(const token& path);
+
+// Removes the file path, never a directory; false when the system refuses.
+bool remove_file(const token& path);
+
+// Moves src to dst, never replacing an existing dst. Across file systems a
+// file (or a symbolic link) is copied, with its permission and times, and
+// then removed; a copy that fails is removed again, so that either src or
+// a whole dst exists afterwards. A directory moves only within one file
+// system. False when the move did not happen.
+bool move_path(const token& src, const token& dst);
+
+// True when both paths exist and name the same file.
+bool same_file(const token& a, const token& b);
+
+// True when path itself is a symbolic link, whatever it points to.
+bool is_link(const token& path);
+
+// Whether the process may write path.
+bool can_write(const token& path);
+
+// Sets or clears the path's write permission, the rest of its mode kept:
+// writable adds the owner's write bit, read-only clears every write bit.
+bool set_write_permission(const token& path, bool writable);
+
+// The canonical absolute form of an existing path, links resolved; false
+// when it can't be had.
+bool real_path(const token& path, charstr& out);
+
+// The current time in seconds since 1970.
+int64_t time_now();
+
 // -- Process and user places ----------------------------------------------
 
 // The current directory into buf of size bytes, zero-terminated; false when

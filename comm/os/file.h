@@ -33,7 +33,9 @@ enum open_flags : uint32_t {
 };
 
 // Opens name; a file made by the call is readable, and writable unless only
-// open_read was asked for. Gives the handle, or no_file when it fails.
+// open_read was asked for. A directory is not a file: opening one fails, as
+// it does with the runtime the library was first written for. Gives the
+// handle, or no_file when it fails.
 int32_t file_open(const char* name, uint32_t flags);
 
 // Reads up to len bytes: the count read (below len only at the end of the
@@ -53,6 +55,13 @@ int64_t file_tell(int32_t handle);
 
 // The file's size as the handle sees it, or -1.
 int64_t file_length(int32_t handle);
+
+// Makes the file exactly size bytes long, cutting or extending with zeros.
+bool file_set_length(int32_t handle, uint64_t size);
+
+// Sets the last access and modification times, in seconds since 1970; the
+// other times of the file stay. False when the system refuses.
+bool file_set_times(int32_t handle, int64_t access, int64_t modification);
 
 // Closes the handle; no_file is ignored. False when the system reports a failure.
 bool file_close(int32_t handle);

@@ -70,6 +70,11 @@ int32_t file_open(const char* name, uint32_t flags)
     while (fd < 0 && errno == EINTR);
     if (fd < 0)
         return no_file;
+    struct ::stat st;
+    if (::fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) { // read-only opens of directories succeed here
+        ::close(fd);
+        return no_file;
+    }
     if (flags & open_sequential)
         ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
     else if (flags & open_random)
@@ -135,6 +140,23 @@ int64_t file_length(int32_t handle)
     if (::fstat(handle, &st) != 0)
         return -1;
     return st.st_size;
+}
+
+bool file_set_length(int32_t handle, uint64_t size)
+{
+    if (size > uint64_t(INT64_MAX))
+        return false;
+    int r;
+    do
+        r = ::ftruncate(handle, off_t(size));
+    while (r != 0 && errno == EINTR);
+    return r == 0;
+}
+
+bool file_set_times(int32_t handle, int64_t access, int64_t modification)
+{
+    timespec times[2] = {{time_t(access), 0}, {time_t(modification), 0}};
+    return ::futimens(handle, times) == 0;
 }
 
 bool file_close(int32_t handle)

@@ -91,6 +91,16 @@ TEST(AppendPath, StartOfDstCountsAsTheParent)
     EXPECT_EQ(a.dst, "b");
 }
 
+TEST(AppendPath, NullPathAppendsAsAnEmptyOne)
+{
+    // A null token (no characters at all) is the path of a script without
+    // a name; it must act as "", with no copy from its null pointer.
+    appended null_path = append("a", nullptr, false);
+    appended empty_path = append("a", "", false);
+    EXPECT_EQ(null_path.result, empty_path.result);
+    EXPECT_EQ(null_path.dst, empty_path.dst);
+}
+
 TEST(AppendPath, ClimbOutOfEmptyDstFails)
 {
     appended a = append("", "../b", false);

@@ -141,23 +141,38 @@ TEST(HostKeys, ListsThePluginsKeys)
 {
     child_result r = hostprobe({"keys", "xt::hostprobe_plugin"});
     EXPECT_EQ(r.exit_status, 0) << r.err;
-    EXPECT_EQ(lines_of(r.out),
-              (std::set<std::string>{"xt::hostprobe_plugin@wrapper", "xt::hostprobe_plugin.create@3445205045"}));
+    EXPECT_EQ(lines_of(r.out), (std::set<std::string>{"xt::hostprobe_plugin@wrapper",
+                                                       "xt::hostprobe_plugin.create@3445205045",
+                                                       "xt::hostprobe_plugin.create@creator.js",
+                                                       "xt::hostprobe_plugin@wrapper.js",
+                                                       "xt::hostprobe_plugin@maker.js"}));
 }
 
 TEST(HostKeys, MethodNarrowsTheList)
 {
-    EXPECT_EQ(hostprobe({"keys", "xt::hostprobe_plugin.create"}).out, "xt::hostprobe_plugin.create@3445205045\n");
+    EXPECT_EQ(lines_of(hostprobe({"keys", "xt::hostprobe_plugin.create"}).out),
+              (std::set<std::string>{"xt::hostprobe_plugin.create@3445205045",
+                                     "xt::hostprobe_plugin.create@creator.js"}));
 }
 
-TEST(HostKeys, EmptyScriptListsTheNativeKeys)
+TEST(HostKeys, EmptyScriptListsTheKeysWithoutAScriptPart)
 {
-    EXPECT_EQ(lines_of(hostprobe({"keys", "hostprobe_plugin", ""}).out).size(), 2u);
+    // Without a namespace, the script-side creator in xt::js counts too.
+    EXPECT_EQ(lines_of(hostprobe({"keys", "hostprobe_plugin", ""}).out),
+              (std::set<std::string>{"xt::hostprobe_plugin@wrapper", "xt::hostprobe_plugin.create@3445205045",
+                                     "xt::js::hostprobe_plugin.create"}));
+}
+
+TEST(HostKeys, ScriptListsItsLanguagesKeys)
+{
+    EXPECT_EQ(lines_of(hostprobe({"keys", "xt::hostprobe_plugin", "js"}).out),
+              (std::set<std::string>{"xt::hostprobe_plugin.create@creator.js", "xt::hostprobe_plugin@wrapper.js",
+                                     "xt::hostprobe_plugin@maker.js"}));
 }
 
 TEST(HostKeys, ScriptWithoutKeysListsNothing)
 {
-    child_result r = hostprobe({"keys", "xt::hostprobe_plugin", "js"});
+    child_result r = hostprobe({"keys", "xt::hostprobe_plugin", "tcl"});
     EXPECT_EQ(r.exit_status, 0) << r.err;
     EXPECT_EQ(r.out, "");
 }

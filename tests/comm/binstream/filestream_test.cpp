@@ -5,11 +5,10 @@
 #include "comm/binstream/bifstream.h"
 #include "comm/binstream/filestream.h"
 
+#include "../../file_size_limit.h"
 #include "../../temp_dir.h"
 
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -101,6 +100,13 @@ TEST_F(filestream_file, open_of_a_missing_file_for_reading_gives_ioerr_and_stays
 {
     filestream f;
     EXPECT_EQ(open(f, dir / "missing", "r"), ers::io_error);
+    EXPECT_FALSE(f.is_open());
+}
+
+TEST_F(filestream_file, open_of_a_directory_gives_ioerr)
+{
+    filestream f;
+    EXPECT_EQ(open(f, dir.path().string(), "r"), ers::io_error);
     EXPECT_FALSE(f.is_open());
 }
 
@@ -549,35 +555,6 @@ TEST_F(filestream_file, zero_length_read_succeeds)
     EXPECT_EQ(f.read_raw(nullptr, len), opcd());
 }
 
-namespace {
-
-// Lowers the process's file size limit for the life of the object, with
-// SIGXFSZ ignored so that a write at the limit fails instead of killing.
-class file_size_limit
-{
-public:
-    explicit file_size_limit(rlim_t bytes)
-    {
-        getrlimit(RLIMIT_FSIZE, &_old);
-        _old_handler = signal(SIGXFSZ, SIG_IGN);
-        rlimit r = _old;
-        r.rlim_cur = bytes;
-        _ok = setrlimit(RLIMIT_FSIZE, &r) == 0;
-    }
-    ~file_size_limit()
-    {
-        setrlimit(RLIMIT_FSIZE, &_old);
-        signal(SIGXFSZ, _old_handler);
-    }
-    bool ok() const { return _ok; }
-
-private:
-    rlimit _old{};
-    sighandler_t _old_handler;
-    bool _ok = false;
-};
-
-} // namespace
 
 TEST_F(filestream_file, short_write_returns_success_with_the_rest_in_len)
 {

@@ -1,0 +1,29 @@
+// script_log: how a script's text becomes a log line.
+//
+// A script says the level of a line with a word at its start, as every text
+// given to the logger may: "error:", "warn:"/"warning:", "msg:", "info:",
+// "dbg:"/"debug:", "perf:", in any case. The word and the white space behind
+// it are taken off; without a word the line is of level 4 (information).
+//
+//   $log("warning: disk almost full")   // level 2, text "disk almost full"
+#pragma once
+
+#include "comm/token.h"
+
+#include <v8.h>
+
+#include <cstdint>
+
+namespace velk::js {
+
+// The level that text's first word gives, with the word and the blanks,
+// tabs, line feeds and carriage returns behind it (or, without a word, at
+// the start) taken off text. Case is ignored.
+int32_t log_type_from_text(token& text);
+
+// "$log" (message): a line from the source of the calling interface object
+// (its interface_name), or "js" for the global function, with that object
+// as the context. No argument: nothing is logged. Gives undefined.
+void log_callback(const v8::FunctionCallbackInfo<v8::Value>& info);
+
+} // namespace velk::js
