@@ -52,20 +52,30 @@ void append_module_part(charstr& text)
 
 } // namespace
 
+namespace {
+
 // A main program's exports are fixed when it is loaded, so "none" is
 // remembered as well: a program without a registry must not pay a symbol
 // lookup on every log call.
-interface_register_impl* registrar_if_found()
+[[gnu::noinline]] interface_register_impl* look_up_and_cache()
 {
-    interface_register_impl* r = registrar_cache.load(std::memory_order_acquire);
-    if (r == no_registrar())
-        return nullptr;
-    if (!r) {
-        r = look_up_registrar();
-        registrar_cache.store(r ? r : no_registrar(), std::memory_order_release);
-    }
+    interface_register_impl* r = look_up_registrar();
+    registrar_cache.store(r ? r : no_registrar(), std::memory_order_release);
     return r;
 }
+
+// The cached answer without a call: the log call asks on every line.
+inline interface_register_impl* cached_registrar()
+{
+    interface_register_impl* r = registrar_cache.load(std::memory_order_acquire);
+    if (__builtin_expect(r != nullptr, 1))
+        return r == no_registrar() ? nullptr : r;
+    return look_up_and_cache();
+}
+
+} // namespace
+
+interface_register_impl* registrar_if_found() { return cached_registrar(); }
 
 interface_register_impl* registrar()
 {
@@ -163,7 +173,7 @@ bool resolve_include_path(const token& current_path, const token& include_path, 
 // registry of another version reach the host's log too.
 log_ref create_log_msg(int32_t type, const tokenhash& source, const void* context)
 {
-    if (interface_register_impl* r = registrar_if_found()) {
+    if (interface_register_impl* r = cached_registrar()) {
         if (registry_log_hook_fn hook = r->log_hook()) {
             log_ref out;
             hook(out, type, source, context);
@@ -179,7 +189,7 @@ log_ref create_log_msg(int32_t type, const tokenhash& source, const void* contex
 
 logger* get_logger()
 {
-    if (interface_register_impl* r = registrar_if_found())
+    if (interface_register_impl* r = cached_registrar())
         if (logger_hook_fn hook = r->logger_hook())
             if (logger* l = hook())
                 return l;

@@ -165,7 +165,9 @@ void policy_msg::release_hook()
         logger::deliver(this, _msg);
         return;
     }
-    _msg->_file.release(); // a pooled message does not keep a file open
+    // The file's reference goes when the message is taken again, on the
+    // composer's thread, which also takes the next one: the file's counter
+    // stays in one thread's cache instead of bouncing with the writer's.
     try {
         _pool->release_instance(this);
     } catch (const std::bad_alloc&) {
@@ -481,7 +483,8 @@ log_writer::~log_writer()
     thread t = writer_thread();
     if (!t.is_invalid())
         thread::cancel_and_wait(t, stop_wait_ms);
-    while (node* n = _spare.pop_node()) {
+    while (node* n = _spare) {
+        _spare = n->next;
         n->~node();
         global_release(n);
     }
@@ -510,26 +513,40 @@ void* log_writer::run(void* self)
     return nullptr;
 }
 
-log_writer::node* log_writer::take_node()
+log_writer::node* log_writer::new_node()
 {
-    if (node* n = _spare.pop_node())
-        return n;
     void* block = global_alloc(sizeof(node));
     if (!block)
         throw std::bad_alloc();
     return new (block) node{nullptr, nullptr, log_ref()};
 }
 
-void log_writer::push(log_ref& msg)
+void log_writer::link(node* n)
 {
-    node* n = take_node();
-    n->msg = std::move(msg);
-    comm_mutex_guard g(_mutex);
     n->next = &_queue;
     n->prev = _queue.prev;
     _queue.prev->next = n;
     _queue.prev = n;
     ++_count;
+}
+
+// A spare node is taken under the lock that the link needs anyway; only a
+// new one is allocated outside it.
+void log_writer::push(log_ref& msg)
+{
+    {
+        comm_mutex_guard g(_mutex);
+        if (node* n = _spare) {
+            _spare = n->next;
+            n->msg = std::move(msg);
+            link(n);
+            return;
+        }
+    }
+    node* n = new_node();
+    n->msg = std::move(msg);
+    comm_mutex_guard g(_mutex);
+    link(n);
 }
 
 uint64_t log_writer::queued()
@@ -546,17 +563,18 @@ bool log_writer::is_idle()
 
 // Takes the whole queue at once and writes it outside the lock. The text
 // for one file is gathered and written in one call per file change, per
-// gather_limit, and at the end of the batch.
+// gather_limit, and at the end of the batch. The batch's nodes go back to
+// the spare list together, under the lock taken to end the batch.
 void log_writer::drain()
 {
     comm_mutex_guard d(_drain_mutex);
     for (;;) {
-        node* n;
+        node* first;
         {
             comm_mutex_guard g(_mutex);
             if (_count == 0)
                 return;
-            n = _queue.next;
+            first = _queue.next;
             _queue.prev->next = nullptr;
             _queue.next = _queue.prev = &_queue;
             _in_progress = _count;
@@ -564,28 +582,25 @@ void log_writer::drain()
         }
         ref<logger_file> current;
         int32_t consoles = 0; // bit 1 standard output, bit 2 standard error
+        node* n = first;
+        node* last = first;
         try {
-            while (n) {
-                node* next = n->next;
+            for (; n; n = n->next) {
+                last = n;
                 log_ref m = std::move(n->msg);
-                _spare.push_node(n);
-                n = next;
                 consoles |= write_message(*m, current);
             }
             if (current)
                 current->write_gathered();
         } catch (...) {
             // The batch's remaining lines go with the failure.
-            while (n) {
-                node* next = n->next;
+            for (; n; n = n->next) {
+                last = n;
                 n->msg.release();
-                _spare.push_node(n);
-                n = next;
             }
             if (current)
                 current->_gathered.reset();
-            comm_mutex_guard g(_mutex);
-            _in_progress = 0;
+            end_batch(first, last);
             throw;
         }
         // Lines reach the console within the batch, not at the end of the
@@ -594,9 +609,16 @@ void log_writer::drain()
             os::console_flush(os::console_stdout);
         if (consoles & os::console_stderr)
             os::console_flush(os::console_stderr);
-        comm_mutex_guard g(_mutex);
-        _in_progress = 0;
+        end_batch(first, last);
     }
+}
+
+void log_writer::end_batch(node* first, node* last)
+{
+    comm_mutex_guard g(_mutex);
+    last->next = _spare;
+    _spare = first;
+    _in_progress = 0;
 }
 
 // Gives the console stream written, or 0.

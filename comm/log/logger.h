@@ -340,11 +340,15 @@ private:
     static void* run(void* self);
     // Gives the console stream written, or 0.
     static int32_t write_message(logmsg& m, ref<logger_file>& current);
-    node* take_node();
+    static node* new_node();
+    // Links n at the tail; under _mutex.
+    void link(node* n);
+    // Gives the written nodes first..last back and ends the batch.
+    void end_batch(node* first, node* last);
 
     std::atomic<uint32_t> _thread_id{thread::invalid_id};
     std::atomic<bool> _running{false};
-    tagged_stack<node> _spare;
+    node* _spare = nullptr; // spare nodes, linked by next; under _mutex
     node _queue; // the sentinel: next is the oldest, prev the newest
     uint64_t _limits[2] = {~uint64_t(0), ~uint64_t(0)};
     comm_mutex _mutex;
