@@ -10,6 +10,8 @@ find_package(CURL REQUIRED)
 find_package(Threads REQUIRED)
 find_package(GTest REQUIRED)
 find_package(benchmark REQUIRED)
+# The logger's benchmark baseline; nothing else links it.
+find_package(spdlog REQUIRED)
 
 set(V8_ROOT ${PROJECT_SOURCE_DIR}/.deps/v8/usr CACHE PATH "unpacked libnode108/libnode-dev")
 set(V8_LIBDIR ${V8_ROOT}/lib/x86_64-linux-gnu)

@@ -1,56 +1,32 @@
 // host_registry: the hooks that the reference host gives the registry.
 #include "host/host_registry.h"
 
-#include "comm/log/logmsg.h"
+#include "comm/log/logger.h"
 #include "interface/registrar.h"
 
-#include <cstdio>
+#include <atomic>
 
 namespace host {
 
 namespace {
 
-// A log line of any module, written at its last release to its stream:
-// lead, the level's prefix, "[source] " and the text. The commands' lines
-// go to standard error with "hostprobe: " as lead, so that standard output
-// carries their results alone; a script's lines are its results and go to
-// standard output as the library's console writes them.
-class host_logmsg : public velk::logmsg
+// The host's loggers, one per console stream, made on first use. Every
+// module's log lines come to the chosen one through the registry's logger
+// hook and are written on the writer thread: a command's lines to standard
+// error, so that standard output carries its results alone; a script's
+// lines to standard output, where they are its results.
+velk::logger* logger_on(int32_t stream)
 {
-public:
-    host_logmsg(int32_t type, const velk::tokenhash& source, FILE* to, const char* lead)
-        : logmsg(type, source), _to(to), _lead(lead)
-    {
-    }
-
-protected:
-    void release_hook() override
-    {
-        velk::charstr line;
-        line << _lead << velk::log_level_prefix(type());
-        if (!source().is_empty())
-            line << '[' << source() << "] ";
-        line << text();
-        if (line.ptr()[line.lens() - 1] != '\n') // a line that ends in one gets no second
-            line << '\n';
-        fwrite(line.ptr(), 1, line.lens(), _to);
-        delete this;
-    }
-
-private:
-    FILE* _to;
-    const char* _lead;
-};
-
-void log_to_stderr(velk::log_ref& out, int32_t type, const velk::tokenhash& source, const void*)
-{
-    out = new host_logmsg(type, source, stderr, "hostprobe: ");
+    static velk::stdoutlogger out;
+    static velk::stdoutlogger err;
+    static const bool streams_set = (err.set_console(2), true);
+    (void)streams_set;
+    return stream == 2 ? &err : &out;
 }
 
-void log_to_stdout(velk::log_ref& out, int32_t type, const velk::tokenhash& source, const void*)
-{
-    out = new host_logmsg(type, source, stdout, "");
-}
+std::atomic<int32_t> chosen_stream{2};
+
+velk::logger* host_logger() { return logger_on(chosen_stream.load(std::memory_order_relaxed)); }
 
 bool ends_with(const velk::token& t, const velk::token& suffix)
 {
@@ -66,18 +42,15 @@ bool accept_include_path(const velk::token& relative_path)
 
 void setup_registry(const velk::token& root, log_target lines)
 {
-    // No logger of the host's own yet: the modules' log lines come through the hook.
-    velk::setup(root, lines == log_target::standard_output ? &log_to_stdout : &log_to_stderr,
-                &accept_include_path, nullptr);
+    chosen_stream = lines == log_target::standard_output ? 1 : 2;
+    velk::setup(root, nullptr, &accept_include_path, &host_logger);
 }
 
+// A program that never logged has no writer, and none is started for this.
 void flush_log()
 {
-    // The hooks write each line as it is released, through the C runtime's
-    // buffers; this empties them. Once the logger with its writer thread
-    // makes the lines, this waits for its queue as well.
-    fflush(stdout);
-    fflush(stderr);
+    if (velk::log_writer* w = velk::log_writer::existing())
+        w->flush();
 }
 
 } // namespace host

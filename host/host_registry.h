@@ -11,18 +11,19 @@
 namespace host {
 
 // Where the log lines of all modules go: standard error, beside a command's
-// results ("hostprobe: " before each line), or standard output, where a
-// script's lines are its results (as the library's console writes them).
+// results, or standard output, where a script's lines are its results.
 enum class log_target { standard_error, standard_output };
 
 // Sets the registry's root path (the first call's path stands) and the
-// host's hooks: log lines of all modules go to lines, and include paths are
+// host's hooks: the host's logger takes the log lines of all modules and
+// writes them to lines on its writer thread, and include paths are
 // accepted only for script files. Throws velk::exception when the
 // executable exports no registry, std::bad_alloc.
 void setup_registry(const velk::token& root, log_target lines = log_target::standard_error);
 
-// Writes out every log line made so far. The host calls it once, before it
-// exits.
+// Waits until the host's logger has written every line made so far (at
+// most 3 s). The host calls it before it unloads a module, whose messages
+// may still be queued, and before it exits.
 void flush_log();
 
 // The host's verdict on an include path below the root: true for a file

@@ -1,6 +1,8 @@
 // plugin_loader: loading and unloading the plug-in module.
 #include "host/plugin_loader.h"
 
+#include "host/host_registry.h"
+
 namespace host {
 
 bool plugin_module::load(const char* path, velk::charstr& error)
@@ -16,8 +18,12 @@ bool plugin_module::load(const char* path, velk::charstr& error)
     return true;
 }
 
+// The module's log lines may still wait in the host's queue: they are its
+// objects, and go before it does.
 void plugin_module::unload()
 {
+    if (is_loaded())
+        flush_log();
     _library.close();
 }
 

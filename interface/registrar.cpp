@@ -5,7 +5,7 @@
 
 #include "comm/dir.h"
 #include "comm/exception.h"
-#include "comm/log/logmsg.h"
+#include "comm/log/logger.h"
 #include "comm/os/module.h"
 
 #include <atomic>
@@ -17,6 +17,9 @@ namespace {
 // The registry once found. Racing first uses find the same object, so the
 // store needs no lock; it is atomic only so that the race is well defined.
 constinit std::atomic<interface_register_impl*> registrar_cache{nullptr};
+// What the cache holds once the lookup found nothing. A function, not a
+// constant: the cache is read by static initialisers of other files.
+interface_register_impl* no_registrar() { return reinterpret_cast<interface_register_impl*>(uintptr_t(1)); }
 
 // Module paths are cut to 259 characters, what a name buffer of 260 bytes
 // holds with its terminator: the limit that modules of every build apply,
@@ -49,16 +52,30 @@ void append_module_part(charstr& text)
 
 } // namespace
 
-interface_register_impl* registrar_if_found()
+namespace {
+
+// A main program's exports are fixed when it is loaded, so "none" is
+// remembered as well: a program without a registry must not pay a symbol
+// lookup on every log call.
+[[gnu::noinline]] interface_register_impl* look_up_and_cache()
 {
-    interface_register_impl* r = registrar_cache.load(std::memory_order_acquire);
-    if (!r) {
-        r = look_up_registrar();
-        if (r)
-            registrar_cache.store(r, std::memory_order_release);
-    }
+    interface_register_impl* r = look_up_registrar();
+    registrar_cache.store(r ? r : no_registrar(), std::memory_order_release);
     return r;
 }
+
+// The cached answer without a call: the log call asks on every line.
+inline interface_register_impl* cached_registrar()
+{
+    interface_register_impl* r = registrar_cache.load(std::memory_order_acquire);
+    if (__builtin_expect(r != nullptr, 1))
+        return r == no_registrar() ? nullptr : r;
+    return look_up_and_cache();
+}
+
+} // namespace
+
+interface_register_impl* registrar_if_found() { return cached_registrar(); }
 
 interface_register_impl* registrar()
 {
@@ -150,20 +167,33 @@ bool resolve_include_path(const token& current_path, const token& include_path, 
 
 // -- The log call ---------------------------------------------------------------
 
-// The host's log hook when the process has a registry that holds one;
-// otherwise the module's own line stands in for the logger, which the
-// logger hook will give once the logger exists. The registry is asked
-// whatever its version, so that the refusals of a registry of another
-// version reach the host's log too.
+// The host's log hook when the process's registry holds one; else the
+// host's logger when the registry gives one; else the module's own logger.
+// The registry is asked whatever its version, so that the refusals of a
+// registry of another version reach the host's log too.
 log_ref create_log_msg(int32_t type, const tokenhash& source, const void* context)
 {
-    interface_register_impl* r = registrar_if_found();
-    if (registry_log_hook_fn hook = r ? r->log_hook() : nullptr) {
-        log_ref out;
-        hook(out, type, source, context);
-        return out;
+    if (interface_register_impl* r = cached_registrar()) {
+        if (registry_log_hook_fn hook = r->log_hook()) {
+            log_ref out;
+            hook(out, type, source, context);
+            return out;
+        }
+        if (logger_hook_fn hook = r->logger_hook())
+            if (logger* l = hook())
+                return l->create_msg(type, source, context);
     }
-    return create_fallback_log_msg(type, source, context);
+    logger* l = module_logger();
+    return l ? l->create_msg(type, source, context) : log_ref();
+}
+
+logger* get_logger()
+{
+    if (interface_register_impl* r = cached_registrar())
+        if (logger_hook_fn hook = r->logger_hook())
+            if (logger* l = hook())
+                return l;
+    return module_logger();
 }
 
 } // namespace velk

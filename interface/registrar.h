@@ -62,7 +62,9 @@ void setup(const token& path, registry_log_hook_fn log_hook, path_check_hook_fn 
 bool resolve_include_path(const token& current_path, const token& include_path, charstr& out,
                           token* out_relative);
 
-// create_log_msg, the library's log call (comm/log/logmsg.h), is this
-// front's too: it asks the registry for the host's log hook.
+// create_log_msg and get_logger, the library's log call
+// (comm/log/logmsg.h), are this front's too: they ask the registry for the
+// host's log hook, then for its logger hook, and fall back on the module's
+// own logger.
 
 } // namespace velk

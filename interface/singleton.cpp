@@ -8,6 +8,7 @@
 #include "interface/singleton.h"
 
 #include "comm/alloc/commalloc.h"
+#include "comm/alloc/memtrack.h"
 #include "comm/commassert.h"
 
 #include <atomic>
@@ -28,8 +29,6 @@ constinit std::atomic<global_singleton_manager*> process_manager_cache{nullptr};
 
 void* take_handed_over() { return handover_slot; }
 
-// Memory tracking gets switched off here once it exists; until then there is nothing to switch.
-void switch_memory_tracking_off() {}
 
 // The place is fixed so that the report reads the same wherever the library
 // is built.
@@ -200,7 +199,7 @@ void remove_singleton(void* instance)
 
 void destroy_local_singletons()
 {
-    switch_memory_tracking_off();
+    memtrack_shutdown();
     local_singleton_manager().destroy_singletons();
 }
 

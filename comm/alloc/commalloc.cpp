@@ -109,6 +109,8 @@ void global_release(void* p)
 
 void comm_array_mspace_ensure() { array_space(); }
 
+mspace comm_array_space() { return array_space(); }
+
 void comm_array_allocator::set_observer(array_request_observer fn)
 {
     observer.store(fn, std::memory_order_relaxed);

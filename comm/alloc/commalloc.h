@@ -28,6 +28,9 @@ void global_release(void* p);
 // constructors, so that the space is made before them and outlives them.
 void comm_array_mspace_ensure();
 
+// The module's array space, made on first use; for its statistics.
+mspace comm_array_space();
+
 // What comm_array_allocator served; see set_observer.
 enum class array_request : uint8_t { alloc, realloc, resize_in_place, free };
 

@@ -1,32 +1,39 @@
-// The log call of the library.
+// The log call of the library and the message it builds.
 //
-// create_log_msg gives a counted message, or an empty handle when the line is
-// not wanted. The caller appends to a message; the line is delivered when the
-// last reference goes. An empty handle means: write nothing and go on. A log
-// line never fails its caller.
+// create_log_msg gives a counted reference to a pooled message, or an empty
+// reference when the line is not wanted. The caller appends to the message;
+// the line is delivered to its logger when the last reference goes, and
+// written on the logger's own thread. An empty reference means: write
+// nothing and go on. A log line never fails its caller.
 //
 //   VELK_LOG(2, "ifcreg") << "key refused: " << key;
 //
-// Levels run from -1 (decide from the text) to 6; source is a short name.
-// The host's hook makes the message when it gives one; otherwise, until the
-// logger is in place, a message is written to the console at its last
-// release, with the prefix of its level.
+// Levels run from -1 (decide from the text) to 6; source is a short name
+// whose text must stay valid until the line is written (a literal). The
+// message is made by the host's log hook when the process's registry holds
+// one, else by the host's logger, else by this module's own logger (see
+// comm/log/logger.h).
 #pragma once
 
 #include "comm/charstr.h"
-#include "comm/iref.h"
-#include "comm/policy_base.h"
+#include "comm/ref.h"
 #include "comm/token.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace velk {
 
-class logmsg : public counted_base
+class logger;
+class logger_file;
+class log_writer;
+class policy_msg;
+
+// A message as it lives in the pool. It belongs to its composer until the
+// last release of the composer's references, then to the logger's writer.
+class logmsg
 {
 public:
-    logmsg(int32_t type, const tokenhash& source) : _type(type), _source(source) {}
-
     // Appends whatever a charstr takes: text, characters, numbers.
     template <class T>
     logmsg& operator<<(const T& v)
@@ -35,44 +42,69 @@ public:
         return *this;
     }
 
+    // The line so far, with the level's prefix and the source in front.
+    charstr& text() { return _text; }
+    const charstr& text() const { return _text; }
+    // The level; -1 until delivery decides it from the text.
     int32_t type() const { return _type; }
     const tokenhash& source() const { return _source; }
-    token text() const { return _text; }
-
-protected:
-    // Delivery happens here, at the last release.
-    void release_hook() override;
+    // The logger that will deliver it; null once delivered.
+    logger* target() const { return _logger; }
+    // Where it is written; set at delivery, empty for the console alone.
+    const ref<logger_file>& file() const { return _file; }
 
 private:
-    int32_t _type;
+    friend class logger;
+    friend class log_writer;
+    friend class policy_msg;
+
+    logger* _logger = nullptr;
+    ref<logger_file> _file;
     tokenhash _source;
+    int32_t _type = -1;
     charstr _text;
+    uint64_t _start = 0; // nanosecond clock at creation, for level 6 only
+    int32_t _console = 1; // the logger's console stream, set at delivery
 };
 
-using log_ref = iref<logmsg>;
+using log_ref = ref<logmsg>;
 
-// What makes this module's messages instead of the console when the host
-// gives no hook; null restores the console.
-using log_hook_fn = log_ref (*)(int32_t type, const tokenhash& source, const void* context);
-void set_log_hook(log_hook_fn hook);
-
-// A new message of level type from source, or an empty handle. Never throws
-// for a refused line; std::bad_alloc when a message can't be allocated.
-// Made by the host's log hook when the process's interface registry holds
-// one (defined with the registry's front, interface/registrar.cpp), else as
-// create_fallback_log_msg.
+// A new message of level type from source, or an empty reference when the
+// level refuses it. context is handed to the host's hook. Throws
+// std::bad_alloc when a message can't be allocated; nothing else. Defined
+// with the registry's front (interface/registrar.cpp).
 log_ref create_log_msg(int32_t type, const tokenhash& source, const void* context);
 
-// The module's own message, for a process whose host gives no log hook: made
-// by the hook of set_log_hook if one is set, else written to the console.
-log_ref create_fallback_log_msg(int32_t type, const tokenhash& source, const void* context);
+// The logger that create_log_msg uses when the host gives no log hook: the
+// host's, through the registry's logger hook, else this module's own.
+logger* get_logger();
+
+// Makes l this module's own logger in place of the console logger made on
+// first use; null goes back to that one. l must outlive its use.
+void set_module_logger(logger* l);
+
+// The module's own logger: the one of set_module_logger, or the console
+// logger, made on first use. Null only once the module's static objects
+// are ending, when log lines are dropped.
+logger* module_logger();
 
 // The prefix of a level: "FATAL: " for 0 up to "PERF: " for 6; empty otherwise.
 token log_level_prefix(int32_t type);
 
+// The source of a log call. A literal is measured and hashed by the
+// compiler, so that a refused call costs no hashing; any other text is
+// taken as it is.
+template <size_t N>
+consteval tokenhash log_source(const char (&literal)[N])
+{
+    return tokenhash(literal);
+}
+inline const tokenhash& log_source(const tokenhash& source) { return source; }
+
 } // namespace velk
 
-#define VELK_LOG(type, source)                                                            \
-    if (::velk::log_ref velk_log_msg_ = ::velk::create_log_msg(type, source, nullptr); !velk_log_msg_) { \
-    } else                                                                                \
+#define VELK_LOG(type, source)                                                                         \
+    if (::velk::log_ref velk_log_msg_ = ::velk::create_log_msg(type, ::velk::log_source(source), nullptr); \
+        !velk_log_msg_) {                                                                              \
+    } else                                                                                             \
         *velk_log_msg_

@@ -2,7 +2,7 @@
 
 #include "comm/exception.h"
 #include "comm/iref.h"
-#include "comm/log/logmsg.h"
+#include "comm/log/logger.h"
 #include "tests/log_capture.h"
 
 #include <gtest/gtest.h>
@@ -132,8 +132,6 @@ TEST_F(Assertions, ThrowCheckReturnsWhenSwitchClear)
 // -- The log call ----------------------------------------------------------
 
 namespace {
-velk::log_ref refuse_all(int32_t, const velk::tokenhash&, const void*) { return {}; }
-
 int logging_caller(int x)
 {
     VELK_LOG(1, "test") << "value " << x;
@@ -143,10 +141,12 @@ int logging_caller(int x)
 
 TEST(LogCall, EmptyResultHasNoEffectOnCaller)
 {
-    velk::set_log_hook(&refuse_all);
+    velk::logger refusing;
+    refusing.set_level(-2); // below every level: all refused
+    velk::set_module_logger(&refusing);
     EXPECT_EQ(logging_caller(5), 15);
     EXPECT_TRUE(velk::create_log_msg(1, "test", nullptr).is_empty());
-    velk::set_log_hook(nullptr);
+    velk::set_module_logger(nullptr);
 }
 
 TEST(LogCall, MessageIsDeliveredAtLastRelease)
@@ -167,6 +167,7 @@ TEST(LogCall, DefaultWritesPrefixAndSourceToConsole)
 {
     ::testing::internal::CaptureStdout();
     logging_caller(7);
+    velk::logger::flush(); // written on the writer's thread
     std::string out = ::testing::internal::GetCapturedStdout();
     EXPECT_EQ(out, "ERROR: [test] value 7\n");
 }

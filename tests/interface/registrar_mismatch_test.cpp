@@ -5,6 +5,9 @@
 // HOSTPROBE_PLUGIN is the plug-in's path from the build.
 #include "interface/registrar.h"
 
+#include "comm/log/logger.h"
+#include "tests/log_capture.h"
+
 #include <dlfcn.h>
 
 #include <gtest/gtest.h>
@@ -30,23 +33,18 @@ other_version_registry& the_registry()
 
 std::vector<std::string> lines;
 
-class recorded_msg : public velk::logmsg
+// Records the body of each line at its delivery.
+class line_recorder : public velk::logger
 {
 public:
-    using logmsg::logmsg;
-
-protected:
-    void release_hook() override
-    {
-        lines.emplace_back(text().ptr() ? text().ptr() : "", text().lens());
-        delete this;
-    }
+    void enqueue(velk::log_ref& msg) override { lines.push_back(velk::testing::log_body(*msg)); }
 };
 
 // Both this program's lines and the plug-in's come through the registry's hook.
-void record(velk::log_ref& out, int32_t type, const velk::tokenhash& source, const void*)
+void record(velk::log_ref& out, int32_t type, const velk::tokenhash& source, const void* context)
 {
-    out = new recorded_msg(type, source);
+    static line_recorder recorder;
+    out = recorder.create_msg(type, source, context);
 }
 
 void some_creator() {}

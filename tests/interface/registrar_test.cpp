@@ -9,6 +9,8 @@
 #include "comm/os/module.h"
 #include "interface/ifc_autoregger.h"
 #include "interface/singleton.h"
+#include "comm/log/logger.h"
+#include "tests/log_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -151,22 +153,19 @@ namespace {
 
 std::vector<std::string> hooked_lines;
 
-class hooked_msg : public velk::logmsg
+class hooked_logger : public velk::logger
 {
 public:
-    using logmsg::logmsg;
-
-protected:
-    void release_hook() override
+    void enqueue(velk::log_ref& msg) override
     {
-        hooked_lines.push_back(str(source()) + "|" + str(text()));
-        delete this;
+        hooked_lines.push_back(str(msg->source()) + "|" + velk::testing::log_body(*msg));
     }
 };
 
-void host_hook(velk::log_ref& out, int32_t type, const velk::tokenhash& source, const void*)
+void host_hook(velk::log_ref& out, int32_t type, const velk::tokenhash& source, const void* context)
 {
-    out = new hooked_msg(type, source);
+    static hooked_logger l;
+    out = l.create_msg(type, source, context);
 }
 
 } // namespace

@@ -4,8 +4,9 @@
 #include "bindings/js/dispatcher_census.h"
 #include "bindings/js/hostprobe_plugin_js_creator.h"
 #include "bindings/js/script_context.h"
-#include "comm/log/logmsg.h"
+#include "comm/log/logger.h"
 #include "interface/registrar.h"
+#include "tests/log_capture.h"
 
 #include <dlfcn.h>
 #include <libplatform/libplatform.h>
@@ -13,6 +14,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
 
 namespace velk::testing {
@@ -38,34 +40,33 @@ environment_state& state()
     return s;
 }
 
-// A line kept in the test's log at its last release. Its text is copied
-// out there: the plug-in may append from its own memory space, which must
-// not outlive the plug-in in this program's hands.
-class captured_line : public logmsg
+// Keeps each line in the test's log at its delivery, with the context that
+// the hook was given. Its text is copied out there: the plug-in may append
+// from its own memory space, which must not outlive the plug-in in this
+// program's hands.
+class line_logger : public logger
 {
 public:
-    captured_line(int32_t type, const tokenhash& source, const void* context)
-        : logmsg(type, source), _context(context)
+    void enqueue(log_ref& msg) override
     {
+        const void* context = nullptr;
+        if (auto it = contexts.find(msg.get()); it != contexts.end()) {
+            context = it->second;
+            contexts.erase(it);
+        }
+        token s = msg->source();
+        state().log.push_back({msg->type(), std::string(s.ptr() ? s.ptr() : "", s.lens()), log_body(*msg), context});
     }
 
-protected:
-    void release_hook() override
-    {
-        token s = source();
-        token t = text();
-        state().log.push_back({type(), std::string(s.ptr() ? s.ptr() : "", s.lens()),
-                               std::string(t.ptr() ? t.ptr() : "", t.lens()), _context});
-        delete this;
-    }
-
-private:
-    const void* _context;
+    std::map<const logmsg*, const void*> contexts;
 };
 
 void capture_line(log_ref& out, int32_t type, const tokenhash& source, const void* context)
 {
-    out = new captured_line(type, source, context);
+    static line_logger lines;
+    out = lines.create_msg(type, source, context);
+    if (out)
+        lines.contexts[out.get()] = context;
 }
 
 bool judge_path(const token& relative)
