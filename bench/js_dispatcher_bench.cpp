@@ -14,6 +14,7 @@
 #include "bindings/js/hostprobe_plugin_js_creator.h"
 #include "interface/registrar.h"
 #include "plugin/hostprobe_plugin.h"
+#include "tests/plugin/host_interface_stub.h"
 
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
@@ -29,26 +30,6 @@
 #include <vector>
 
 namespace {
-
-// The host's object, as the plug-in knows it: the hash and nothing more.
-class bench_host : public velk::stubsmith_interface
-{
-public:
-    uint32_t interface_hash() const override { return xt::hostprobe_plugin::host_interface_hash; }
-    bool is_derived(int32_t h) const override { return static_cast<uint32_t>(h) == interface_hash(); }
-    const velk::tokenhash& interface_name() const override
-    {
-        static const velk::tokenhash n("host_interface");
-        return n;
-    }
-    velk::backend backend() const override { return velk::backend_native; }
-    velk::creator_fn wrapper_creator(velk::backend) const override { return nullptr; }
-    const velk::token& wrapper_key(velk::backend) const override
-    {
-        static const velk::token none;
-        return none;
-    }
-};
 
 // The raw baseline: doubles its argument, nothing else.
 void raw_double(const v8::FunctionCallbackInfo<v8::Value>& info)
@@ -132,7 +113,7 @@ private:
         script.text = velk::token(loops);
         script.url = "file:///bench.js";
         v8::Local<v8::Context> c;
-        create(probe, script, velk::iref<velk::stubsmith_interface>(new bench_host), "o", &c);
+        create(probe, script, velk::iref<velk::stubsmith_interface>(new xt::testing::host_interface_stub), "o", &c);
         v8::Context::Scope in(c);
         c->Global()
             ->Set(c, v8::String::NewFromUtf8Literal(isolate, "raw"),

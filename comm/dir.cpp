@@ -11,18 +11,6 @@ namespace velk {
 
 namespace {
 
-bool ends_in_separator(const token& t)
-{
-    return !t.is_empty() && path_algebra::is_separator(t[t.lens() - 1]);
-}
-
-// Probes drop one trailing separator, but never the only character: "/" is
-// the root, and an empty path names nothing.
-token without_trailing_separator(const token& path)
-{
-    return path.lens() > 1 && ends_in_separator(path) ? token(path.ptr(), path.lens() - 1) : path;
-}
-
 // "C:" or "C:/": a drive root, in the forms that name the same directory.
 bool is_drive_root_form(const token& path)
 {
@@ -72,9 +60,9 @@ opcd directory::open(const token& path, const token& filter)
     close();
     pattern = path;
     if (is_drive_root_form(pattern)) {
-        if (!ends_in_separator(pattern))
+        if (!path_algebra::ends_in_separator(pattern))
             pattern << separator;
-    } else if (pattern.lens() > 1 && ends_in_separator(pattern)) {
+    } else if (pattern.lens() > 1 && path_algebra::ends_in_separator(pattern)) {
         pattern.resize(-1);
     }
 
@@ -136,7 +124,7 @@ token directory::current_name() const
 int directory::file_kind(const token& path)
 {
     os::stat_record probe;
-    if (!os::stat_path(without_trailing_separator(path), probe))
+    if (!os::stat_path(path_algebra::without_trailing_separator(path), probe))
         return 0;
     return os::is_directory_record(probe) || os::is_device_record(probe) ? 2 : 1;
 }
@@ -150,22 +138,22 @@ bool directory::is_regular(const token& path)
 bool directory::is_directory(const token& path)
 {
     os::stat_record probe;
-    if (is_drive_root_form(path) && !ends_in_separator(path)) {
+    if (is_drive_root_form(path) && !path_algebra::ends_in_separator(path)) {
         charstr root(path);
         root << separator;
         return os::stat_path(root, probe) && os::is_directory_record(probe);
     }
-    return os::stat_path(without_trailing_separator(path), probe) && os::is_directory_record(probe);
+    return os::stat_path(path_algebra::without_trailing_separator(path), probe) && os::is_directory_record(probe);
 }
 
 bool directory::stat(const token& path, os::stat_record& out)
 {
-    return os::stat_path(without_trailing_separator(path), out);
+    return os::stat_path(path_algebra::without_trailing_separator(path), out);
 }
 
 int directory::chdir(const token& path)
 {
-    return os::change_dir(without_trailing_separator(path));
+    return os::change_dir(path_algebra::without_trailing_separator(path));
 }
 
 // -- System locations -----------------------------------------------------
@@ -176,7 +164,7 @@ charstr directory::get_cwd()
     for (uint32_t size : {max_path, 2 * max_path}) {
         if (os::current_dir(dir.alloc_buf(size), size)) {
             dir.correct_length();
-            if (!dir.is_empty() && !ends_in_separator(dir))
+            if (!dir.is_empty() && !path_algebra::ends_in_separator(dir))
                 dir << separator;
             return dir;
         }
@@ -202,7 +190,7 @@ charstr directory::get_tmp_dir()
 charstr directory::home_dir()
 {
     charstr dir;
-    if (os::user_profile_dir(dir) && !ends_in_separator(dir))
+    if (os::user_profile_dir(dir) && !path_algebra::ends_in_separator(dir))
         dir << separator;
     return dir;
 }

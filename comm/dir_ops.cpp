@@ -15,21 +15,10 @@ namespace velk {
 
 namespace {
 
-bool ends_in_separator(const token& t)
-{
-    return !t.is_empty() && path_algebra::is_separator(t[t.lens() - 1]);
-}
-
-// One trailing separator dropped, but never the only character: "/" is the root.
-token without_trailing_separator(const token& path)
-{
-    return path.lens() > 1 && ends_in_separator(path) ? token(path.ptr(), path.lens() - 1) : path;
-}
-
 // Every trailing separator dropped.
 token without_trailing_separators(token path)
 {
-    while (ends_in_separator(path))
+    while (path_algebra::ends_in_separator(path))
         path = token(path.ptr(), path.lens() - 1);
     return path;
 }
@@ -85,7 +74,7 @@ constexpr uint64_t copy_block = 8192;
 
 opcd directory::mkdir(const token& path, uint32_t mode)
 {
-    token p = without_trailing_separator(path);
+    token p = path_algebra::without_trailing_separator(path);
     if (is_bare_drive(p)) // a drive always exists: nothing to ask the system
         return {};
     int err = os::make_dir(p, mode);
@@ -94,7 +83,7 @@ opcd directory::mkdir(const token& path, uint32_t mode)
 
 opcd directory::mkdir_tree(const token& path, bool skip_last, uint32_t mode)
 {
-    bool trailing = ends_in_separator(path);
+    bool trailing = path_algebra::ends_in_separator(path);
     token p = without_trailing_separators(path);
     if (p.is_empty()) // nothing, or the root alone
         return path.is_empty() ? ers::failed : opcd();
@@ -122,14 +111,14 @@ opcd directory::delete_directory(const token& path, bool recursive)
         opcd first;
         list_file_paths(path, "*", list_dirs_after, [&first](const charstr& entry, int kind) {
             bool ok = kind == list_file ? os::remove_file(entry)
-                                        : os::remove_dir(without_trailing_separator(entry));
+                                        : os::remove_dir(path_algebra::without_trailing_separator(entry));
             if (!ok && !first)
                 first = ers::io_error;
         });
         if (first) // the top stays when anything below it stayed
             return first;
     }
-    return os::remove_dir(without_trailing_separator(path)) ? opcd() : ers::io_error;
+    return os::remove_dir(path_algebra::without_trailing_separator(path)) ? opcd() : ers::io_error;
 }
 
 opcd directory::delete_files(const token& path)
@@ -207,8 +196,8 @@ bool lies_within(const token& src, const token& target)
 // and, when moving, removed after them.
 opcd directory::transfer_tree(const token& src, const token& dst, bool move)
 {
-    bool src_sep = ends_in_separator(src);
-    bool dst_sep = ends_in_separator(dst);
+    bool src_sep = path_algebra::ends_in_separator(src);
+    bool dst_sep = path_algebra::ends_in_separator(dst);
 
     if (is_regular(src)) {
         charstr d(dst);
@@ -244,7 +233,7 @@ opcd directory::transfer_tree(const token& src, const token& dst, bool move)
         return e;
     if (lies_within(walk, d)) { // the walk would meet its own copies
         if (!existed)
-            os::remove_dir(without_trailing_separator(d));
+            os::remove_dir(path_algebra::without_trailing_separator(d));
         return ers::invalid_params;
     }
 
@@ -300,12 +289,12 @@ uint64_t directory::file_size(const token& path)
 
 bool directory::is_writable(const token& path)
 {
-    return os::can_write(without_trailing_separator(path));
+    return os::can_write(path_algebra::without_trailing_separator(path));
 }
 
 bool directory::set_writable(const token& path, bool writable)
 {
-    return os::set_write_permission(without_trailing_separator(path), writable);
+    return os::set_write_permission(path_algebra::without_trailing_separator(path), writable);
 }
 
 // -- Walks and temporary names --------------------------------------------------------
@@ -342,7 +331,7 @@ int directory::list_file_paths(const token& path, const token& extension, uint32
 charstr directory::unique_temp_dir(const token& prefix)
 {
     charstr path = get_tmp_dir();
-    if (!ends_in_separator(path))
+    if (!path_algebra::ends_in_separator(path))
         path << separator;
     int64_t t = os::time_now();
     for (int32_t i = 0; i < 10; ++i) {

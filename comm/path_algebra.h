@@ -37,6 +37,20 @@ public:
     // Both separators are accepted on every system, whatever it writes itself.
     static constexpr bool is_separator(char c) { return c == '/' || c == '\\'; }
 
+    // Whether the last character of path is a separator; false when empty.
+    static bool ends_in_separator(const token& path)
+    {
+        return !path.is_empty() && is_separator(path[path.lens() - 1]);
+    }
+
+    // path without one trailing separator, but never without its only
+    // character: "/" is the root, and an empty path names nothing. The
+    // result points into path.
+    static token without_trailing_separator(const token& path)
+    {
+        return path.lens() > 1 && ends_in_separator(path) ? token(path.ptr(), path.lens() - 1) : path;
+    }
+
     // A drive ("C:", "C:x"), a UNC start, or a leading "/" where that is the
     // root. "\a", "\:a" and anything shorter than two characters other than
     // "/" are not.

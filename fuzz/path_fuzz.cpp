@@ -9,6 +9,7 @@
 // - an include path that the registry resolves, from any current path, lies
 //   below the registry's root and keeps no ".." segment.
 #include "comm/path_algebra.h"
+#include "fuzz/fuzz_check.h"
 #include "interface/interface_register.h"
 
 #include <cstdint>
@@ -22,21 +23,9 @@ using velk::token;
 
 namespace {
 
-token root_in;
-token path_in;
-
-[[noreturn]] void fail(const char* what)
-{
-    fprintf(stderr, "path_fuzz: %s\n  root [%.*s]\n  path [%.*s]\n", what, static_cast<int>(root_in.lens()),
-            root_in.ptr(), static_cast<int>(path_in.lens()), path_in.ptr());
-    abort();
-}
-
-#define REQUIRE(cond)                                                                                               \
-    do {                                                                                                            \
-        if (!(cond))                                                                                                \
-            fail(#cond);                                                                                            \
-    } while (0)
+fuzz_inputs inputs{"path_fuzz", "root", "path", {}, {}};
+token& root_in = inputs.first;
+token& path_in = inputs.second;
 
 void check_append(const token& root, const token& path)
 {

@@ -14,6 +14,7 @@
 // well under a millisecond: work is bounded by their product.
 #include "comm/exception.h"
 #include "comm/regex.h"
+#include "fuzz/fuzz_check.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -25,21 +26,9 @@ using velk::token;
 
 namespace {
 
-token pattern_in;
-token text_in;
-
-[[noreturn]] void fail(const char* what)
-{
-    fprintf(stderr, "regex_fuzz: %s\n  pattern [%.*s]\n  text [%.*s]\n", what, static_cast<int>(pattern_in.lens()),
-            pattern_in.ptr(), static_cast<int>(text_in.lens()), text_in.ptr());
-    abort();
-}
-
-#define REQUIRE(cond)                                                                                               \
-    do {                                                                                                            \
-        if (!(cond))                                                                                                \
-            fail(#cond);                                                                                            \
-    } while (0)
+fuzz_inputs inputs{"regex_fuzz", "pattern", "text", {}, {}};
+token& pattern_in = inputs.first;
+token& text_in = inputs.second;
 
 bool known_failure(const char* text)
 {

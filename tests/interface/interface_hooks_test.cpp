@@ -2,6 +2,7 @@
 // objects of the test's own. The replacement of a real module is tested in
 // module_replacement_test.
 #include "interface/interface_register.h"
+#include "tests/interface/register_helpers.h"
 
 #include "comm/exception.h"
 #include "comm/regex.h"
@@ -22,20 +23,11 @@ using velk::interface_register_impl;
 using velk::token;
 using velk::unload_entry;
 
+using register_helpers::fake;
+using register_helpers::keys_of;
+using register_helpers::str;
+
 namespace {
-
-std::string str(const token& t) { return std::string(t.ptr() ? t.ptr() : "", t.lens()); }
-
-// Distinct fake creators: the table never calls them.
-creator_fn fake(uintptr_t n) { return reinterpret_cast<creator_fn>(0x1000 + 16 * n); }
-
-std::set<std::string> keys_of(const dynarray<creator_match>& found)
-{
-    std::set<std::string> keys;
-    for (const creator_match& m : found)
-        keys.insert(str(m.key));
-    return keys;
-}
 
 std::string bytes(const dynarray<uint8_t>& data)
 {

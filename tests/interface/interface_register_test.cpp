@@ -3,6 +3,7 @@
 // the virtual slots. The front that finds the process's registry is tested
 // in registrar_test.
 #include "interface/interface_register.h"
+#include "tests/interface/register_helpers.h"
 
 #include <gtest/gtest.h>
 
@@ -17,20 +18,11 @@ using velk::dynarray;
 using velk::interface_register_impl;
 using velk::token;
 
+using register_helpers::fake;
+using register_helpers::keys_of;
+using register_helpers::str;
+
 namespace {
-
-std::string str(const token& t) { return std::string(t.ptr() ? t.ptr() : "", t.lens()); }
-
-// Distinct fake creators: the table never calls them.
-creator_fn fake(uintptr_t n) { return reinterpret_cast<creator_fn>(0x1000 + 16 * n); }
-
-std::set<std::string> keys_of(const dynarray<creator_match>& found)
-{
-    std::set<std::string> keys;
-    for (const creator_match& m : found)
-        keys.insert(str(m.key));
-    return keys;
-}
 
 void fill(interface_register_impl& r, int n)
 {
