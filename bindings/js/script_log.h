@@ -4,6 +4,7 @@
 // given to the logger may: "error:", "warn:"/"warning:", "msg:", "info:",
 // "dbg:"/"debug:", "perf:", in any case. The word and the white space behind
 // it are taken off; without a word the line is of level 4 (information).
+// The words are the logger's own (log_level_from_text).
 //
 //   $log("warning: disk almost full")   // level 2, text "disk almost full"
 #pragma once
@@ -15,11 +16,6 @@
 #include <cstdint>
 
 namespace velk::js {
-
-// The level that text's first word gives, with the word and the blanks,
-// tabs, line feeds and carriage returns behind it (or, without a word, at
-// the start) taken off text. Case is ignored.
-int32_t log_type_from_text(token& text);
 
 // "$log" (message): a line from the source of the calling interface object
 // (its interface_name), or "js" for the global function, with that object

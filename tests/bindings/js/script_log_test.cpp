@@ -1,5 +1,6 @@
 // The level words at the start of a script's log text.
 #include "bindings/js/script_log.h"
+#include "comm/log/logger.h"
 
 #include <gtest/gtest.h>
 
@@ -16,7 +17,7 @@ struct parsed
 parsed parse(const char* text)
 {
     velk::token t(text);
-    int32_t type = velk::js::log_type_from_text(t);
+    int32_t type = velk::log_level_from_text(t);
     return {type, std::string(t.ptr(), t.lens())};
 }
 
