@@ -170,7 +170,9 @@ bool resolve_include_path(const token& current_path, const token& include_path, 
 // The host's log hook when the process's registry holds one; else the
 // host's logger when the registry gives one; else the module's own logger.
 // The registry is asked whatever its version, so that the refusals of a
-// registry of another version reach the host's log too.
+// registry of another version reach the host's log too. Every answer is a
+// counted reference already, never a weak one, so there is no count that
+// could have reached 0 by the time it arrives: nothing to lock.
 log_ref create_log_msg(int32_t type, const tokenhash& source, const void* context)
 {
     if (interface_register_impl* r = cached_registrar()) {

@@ -107,7 +107,8 @@ void append_statistics(charstr& out)
     }
 }
 
-// Writes all of text; a failure or a short write throws the stream's code.
+// Writes all of text; a failure throws the stream's code. A short write is
+// success to the stream, so it throws IOerr: a cut report would pass for whole.
 void write_out(filestream& file, const charstr& text)
 {
     uint64_t len = text.lens();
