@@ -87,6 +87,11 @@ public:
     // can't be had, out unspecified.
     static bool stat(const token& path, os::stat_record& out);
 
+    // Whether the existing path lies at or below the existing directory
+    // root, both with links resolved: a link below root that leads out of
+    // it does not. False when either can't be resolved.
+    static bool lies_within(const token& root, const token& path);
+
     // Makes path, without its trailing separator, the current directory of
     // the process: 0 on success, else -1.
     static int chdir(const token& path);

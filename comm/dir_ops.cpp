@@ -175,20 +175,14 @@ opcd directory::move_file(const token& src, const token& dst)
     return os::move_path(src, dst) ? opcd() : ers::io_error;
 }
 
-namespace {
-
-// Whether the existing directory target lies at or below the existing
-// directory src, both with links resolved.
-bool lies_within(const token& src, const token& target)
+bool directory::lies_within(const token& root, const token& path)
 {
-    charstr rs, rt;
-    if (!os::real_path(src, rs) || !os::real_path(target, rt))
+    charstr real_root, real_path;
+    if (!os::real_path(root, real_root) || !os::real_path(path, real_path))
         return false;
-    token rest = rt;
-    return path_algebra::is_subpath(rs, rest);
+    token rest = real_path;
+    return path_algebra::is_subpath(real_root, rest);
 }
-
-} // namespace
 
 // The walk of a tree: see transfer_tree in dir.h for the forms of src and
 // dst. The target directory d is made first; each entry's target is d and

@@ -6,6 +6,7 @@
 #include "bindings/js/script_file.h"
 #include "bindings/js/script_log.h"
 #include "bindings/js/url_encode.h"
+#include "comm/dir.h"
 #include "comm/exception.h"
 #include "interface/registrar.h"
 
@@ -103,6 +104,14 @@ void include_file(const v8::FunctionCallbackInfo<v8::Value>& info)
     charstr full;
     token relative;
     if (rebase_path(wanted, 0, full, relative) != rebase_ok) {
+        throw_error(isolate, "invalid path ", wanted);
+        return;
+    }
+    // The fence of rebase_path is textual: a link below the root may still
+    // lead out of it. A file that is there must lie below the root with its
+    // links resolved too.
+    const charstr& root = root_path();
+    if (!root.is_empty() && directory::is_regular(full) && !directory::lies_within(root, full)) {
         throw_error(isolate, "invalid path ", wanted);
         return;
     }

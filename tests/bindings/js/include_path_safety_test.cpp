@@ -160,3 +160,27 @@ TEST_F(IncludePathSafety, FileInsideStillIncludes)
     EXPECT_EQ(run(context, "$include('sub/inner.js')", "file:///main.js").text, "inside");
     EXPECT_EQ(run(context, "$include('../sub/inner.js')", "file:///sub/main.js").text, "inside");
 }
+
+TEST_F(IncludePathSafety, LinkBelowTheRootLeadingOutIsRefused)
+{
+    std::string link = js_environment::root() + "sub/out_" + std::to_string(getpid()) + ".js";
+    std::filesystem::remove(link);
+    std::filesystem::create_symlink(root_parent() + leak_name(), link);
+    std::string name = "sub/" + std::filesystem::path(link).filename().string();
+    script_result r = run(context, "$include('" + name + "')", "file:///main.js");
+    std::filesystem::remove(link);
+    EXPECT_TRUE(r.threw);
+    EXPECT_EQ(r.text, "Error: invalid path " + name);
+    EXPECT_EQ(run(context, "typeof leaked").text, "undefined");
+}
+
+TEST_F(IncludePathSafety, LinkBelowTheRootLeadingInsideStillIncludes)
+{
+    std::string link = js_environment::root() + "in_" + std::to_string(getpid()) + ".js";
+    std::filesystem::remove(link);
+    std::filesystem::create_symlink(js_environment::root() + "sub/inner.js", link);
+    script_result r =
+        run(context, "$include('" + std::filesystem::path(link).filename().string() + "')", "file:///main.js");
+    std::filesystem::remove(link);
+    EXPECT_EQ(r.text, "inside");
+}
