@@ -25,6 +25,14 @@ inline mac_bytes parse_sysfs_address(const std::string& text)
     return mac;
 }
 
+// Whether this system shows its adapters in sysfs: a chroot without /sys
+// mounted does not, and a comparison with sysfs has nothing to compare.
+inline bool sysfs_shows_adapters() { return std::filesystem::is_directory("/sys/class/net"); }
+
+#define SKIP_WITHOUT_SYSFS()                                                                                        \
+    if (!xt::testing::sysfs_shows_adapters())                                                                       \
+    GTEST_SKIP() << "/sys/class/net is not there (is /sys mounted?)"
+
 // One entry per interface directory, in no particular order. Files beside
 // them (such as bonding_masters) are not interfaces.
 inline std::vector<mac_bytes> sysfs_adapters()
