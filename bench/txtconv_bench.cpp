@@ -66,87 +66,89 @@ std::vector<double> mixed_doubles()
     return v;
 }
 
-// The width of the float spans: room for 1e9 with 6 decimals and a sign.
-constexpr int float_span = 24;
+// The width of the spans: room for 1e9 with 6 decimals and a sign, and for
+// any 64-bit integer.
+constexpr int span_width = 24;
+
+// A charstr pair's loop: append each value in turn to a kept string, reset
+// every value_count values.
+template <class V, class Append>
+void charstr_loop(benchmark::State& state, const std::vector<V>& values, Append append)
+{
+    velk::charstr s;
+    size_t i = 0;
+    for (auto _ : state) {
+        if ((i & (value_count - 1)) == 0)
+            s.reset();
+        append(s, values[i++ & (value_count - 1)]);
+    }
+    benchmark::DoNotOptimize(s.ptr());
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+}
+
+// A span pair's loop: write each value in turn into one char array.
+template <class Write>
+void span_loop(benchmark::State& state, const std::vector<double>& values, Write write)
+{
+    char buf[span_width];
+    size_t i = 0;
+    for (auto _ : state) {
+        char* end = write(buf, buf + span_width, values[i++ & (value_count - 1)]);
+        benchmark::DoNotOptimize(end);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+}
+
+// The std side of a charstr pair: to_chars into a stack array, then append.
+template <class V, class... Format>
+void append_to_chars(velk::charstr& s, V v, Format... format)
+{
+    char buf[span_width];
+    char* end = std::to_chars(buf, buf + span_width, v, format...).ptr;
+    s.append(velk::token(buf, end));
+}
 
 } // namespace
 
 // -- Integers ---------------------------------------------------------------------
 
-static void integers_charstr(benchmark::State& state, const std::vector<int64_t>& values)
+static void BM_int64_charstr(benchmark::State& state)
 {
-    velk::charstr s;
-    size_t i = 0;
-    for (auto _ : state) {
-        if ((i & (value_count - 1)) == 0)
-            s.reset();
-        s << values[i++ & (value_count - 1)];
-    }
-    benchmark::DoNotOptimize(s.ptr());
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+    charstr_loop(state, mixed_integers(), [](velk::charstr& s, int64_t v) { s << v; });
 }
-
-static void integers_to_chars_charstr(benchmark::State& state, const std::vector<int64_t>& values)
-{
-    velk::charstr s;
-    size_t i = 0;
-    for (auto _ : state) {
-        if ((i & (value_count - 1)) == 0)
-            s.reset();
-        char buf[24];
-        char* end = std::to_chars(buf, buf + sizeof buf, values[i++ & (value_count - 1)]).ptr;
-        s.append(velk::token(buf, end));
-    }
-    benchmark::DoNotOptimize(s.ptr());
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
-}
-
-static void BM_int64_charstr(benchmark::State& state) { integers_charstr(state, mixed_integers()); }
 BENCHMARK(BM_int64_charstr);
 
-static void BM_int64_to_chars_charstr(benchmark::State& state) { integers_to_chars_charstr(state, mixed_integers()); }
+static void BM_int64_to_chars_charstr(benchmark::State& state)
+{
+    charstr_loop(state, mixed_integers(), [](velk::charstr& s, int64_t v) { append_to_chars(s, v); });
+}
 BENCHMARK(BM_int64_to_chars_charstr);
 
-static void BM_small_int_charstr(benchmark::State& state) { integers_charstr(state, small_integers()); }
+static void BM_small_int_charstr(benchmark::State& state)
+{
+    charstr_loop(state, small_integers(), [](velk::charstr& s, int64_t v) { s << v; });
+}
 BENCHMARK(BM_small_int_charstr);
 
 static void BM_small_int_to_chars_charstr(benchmark::State& state)
 {
-    integers_to_chars_charstr(state, small_integers());
+    charstr_loop(state, small_integers(), [](velk::charstr& s, int64_t v) { append_to_chars(s, v); });
 }
 BENCHMARK(BM_small_int_to_chars_charstr);
 
 // Hexadecimal with the general form against to_chars in base 16.
 static void BM_hex_append_num_charstr(benchmark::State& state)
 {
-    std::vector<int64_t> values = mixed_integers();
-    velk::charstr s;
-    size_t i = 0;
-    for (auto _ : state) {
-        if ((i & (value_count - 1)) == 0)
-            s.reset();
-        s.append_num(16, static_cast<uint64_t>(values[i++ & (value_count - 1)]), 0);
-    }
-    benchmark::DoNotOptimize(s.ptr());
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+    charstr_loop(state, mixed_integers(),
+                 [](velk::charstr& s, int64_t v) { s.append_num(16, static_cast<uint64_t>(v), 0); });
 }
 BENCHMARK(BM_hex_append_num_charstr);
 
 static void BM_hex_to_chars_charstr(benchmark::State& state)
 {
-    std::vector<int64_t> values = mixed_integers();
-    velk::charstr s;
-    size_t i = 0;
-    for (auto _ : state) {
-        if ((i & (value_count - 1)) == 0)
-            s.reset();
-        char buf[24];
-        uint64_t v = static_cast<uint64_t>(values[i++ & (value_count - 1)]);
-        char* end = std::to_chars(buf, buf + sizeof buf, v, 16).ptr;
-        s.append(velk::token(buf, end));
-    }
-    benchmark::DoNotOptimize(s.ptr());
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+    charstr_loop(state, mixed_integers(),
+                 [](velk::charstr& s, int64_t v) { append_to_chars(s, static_cast<uint64_t>(v), 16); });
 }
 BENCHMARK(BM_hex_to_chars_charstr);
 
@@ -156,30 +158,17 @@ BENCHMARK(BM_hex_to_chars_charstr);
 // with precision 6, both into a span.
 static void BM_float_fixed6_span(benchmark::State& state)
 {
-    std::vector<double> values = mixed_doubles();
-    char buf[float_span];
-    size_t i = 0;
-    for (auto _ : state) {
-        char* end = velk::charstrconv::append_float(buf, buf + float_span, values[i++ & (value_count - 1)], -6);
-        benchmark::DoNotOptimize(end);
-        benchmark::ClobberMemory();
-    }
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+    span_loop(state, mixed_doubles(), [](char* p, char* e, double v) {
+        return velk::charstrconv::append_float(p, e, v, -6);
+    });
 }
 BENCHMARK(BM_float_fixed6_span);
 
 static void BM_float_fixed6_to_chars_span(benchmark::State& state)
 {
-    std::vector<double> values = mixed_doubles();
-    char buf[float_span];
-    size_t i = 0;
-    for (auto _ : state) {
-        double v = values[i++ & (value_count - 1)];
-        char* end = std::to_chars(buf, buf + float_span, v, std::chars_format::fixed, 6).ptr;
-        benchmark::DoNotOptimize(end);
-        benchmark::ClobberMemory();
-    }
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+    span_loop(state, mixed_doubles(), [](char* p, char* e, double v) {
+        return std::to_chars(p, e, v, std::chars_format::fixed, 6).ptr;
+    });
 }
 BENCHMARK(BM_float_fixed6_to_chars_span);
 
@@ -187,62 +176,28 @@ BENCHMARK(BM_float_fixed6_to_chars_span);
 // form, which also writes no trailing zeros (and up to 17 digits).
 static void BM_float_upto6_span(benchmark::State& state)
 {
-    std::vector<double> values = mixed_doubles();
-    char buf[float_span];
-    size_t i = 0;
-    for (auto _ : state) {
-        char* end = velk::charstrconv::append_float(buf, buf + float_span, values[i++ & (value_count - 1)], 6);
-        benchmark::DoNotOptimize(end);
-        benchmark::ClobberMemory();
-    }
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+    span_loop(state, mixed_doubles(), [](char* p, char* e, double v) {
+        return velk::charstrconv::append_float(p, e, v, 6);
+    });
 }
 BENCHMARK(BM_float_upto6_span);
 
 static void BM_float_shortest_to_chars_span(benchmark::State& state)
 {
-    std::vector<double> values = mixed_doubles();
-    char buf[float_span];
-    size_t i = 0;
-    for (auto _ : state) {
-        char* end = std::to_chars(buf, buf + float_span, values[i++ & (value_count - 1)]).ptr;
-        benchmark::DoNotOptimize(end);
-        benchmark::ClobberMemory();
-    }
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+    span_loop(state, mixed_doubles(), [](char* p, char* e, double v) { return std::to_chars(p, e, v).ptr; });
 }
 BENCHMARK(BM_float_shortest_to_chars_span);
 
 // The charstr path: grow by the width, write, cut back.
 static void BM_float_fixed6_charstr(benchmark::State& state)
 {
-    std::vector<double> values = mixed_doubles();
-    velk::charstr s;
-    size_t i = 0;
-    for (auto _ : state) {
-        if ((i & (value_count - 1)) == 0)
-            s.reset();
-        s.append_float(values[i++ & (value_count - 1)], -6, float_span);
-    }
-    benchmark::DoNotOptimize(s.ptr());
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+    charstr_loop(state, mixed_doubles(), [](velk::charstr& s, double v) { s.append_float(v, -6, span_width); });
 }
 BENCHMARK(BM_float_fixed6_charstr);
 
 static void BM_float_fixed6_to_chars_charstr(benchmark::State& state)
 {
-    std::vector<double> values = mixed_doubles();
-    velk::charstr s;
-    size_t i = 0;
-    for (auto _ : state) {
-        if ((i & (value_count - 1)) == 0)
-            s.reset();
-        char buf[float_span];
-        double v = values[i++ & (value_count - 1)];
-        char* end = std::to_chars(buf, buf + float_span, v, std::chars_format::fixed, 6).ptr;
-        s.append(velk::token(buf, end));
-    }
-    benchmark::DoNotOptimize(s.ptr());
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
+    charstr_loop(state, mixed_doubles(),
+                 [](velk::charstr& s, double v) { append_to_chars(s, v, std::chars_format::fixed, 6); });
 }
 BENCHMARK(BM_float_fixed6_to_chars_charstr);
