@@ -183,6 +183,14 @@ opcd binstream::write_array_content(binstream_container_base& c, uint64_t& count
             count = n;
         return e;
     }
+    return write_array_items(c, count, m);
+}
+
+opcd binstream::write_array_items(binstream_container_base& c, uint64_t& count, void* m)
+{
+    count = 0;
+    uint64_t n = c.count();
+    kind et = c.type;
     bool seps = c.type.has_flags(kind::flag_separators);
     kind k = et.with(et.size(), kind::flag_element);
     uint64_t done = 0;
@@ -227,6 +235,13 @@ opcd binstream::read_array_content(binstream_container_base& c, uint64_t n, uint
             count = n;
         return e;
     }
+    return read_array_items(c, n, count, m);
+}
+
+opcd binstream::read_array_items(binstream_container_base& c, uint64_t n, uint64_t& count, void* m)
+{
+    count = 0;
+    kind et = c.type;
     bool seps = c.type.has_flags(kind::flag_separators);
     kind k = et.with(et.size(), kind::flag_element);
     uint64_t done = 0;

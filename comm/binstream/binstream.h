@@ -163,6 +163,11 @@ public:
     opcd read_array(binstream_container_base& c, void* m);
 
 protected:
+    // The element-by-element halves of write_array_content and
+    // read_array_content, for formats that never take an array as one block.
+    opcd write_array_items(binstream_container_base& c, uint64_t& count, void* m);
+    opcd read_array_items(binstream_container_base& c, uint64_t n, uint64_t& count, void* m);
+
     // The block copy of transfer_from and transfer_to, on a 32768-byte stack buffer.
     static opcd copy_blocks(binstream& src, binstream& dst, uint64_t datasize, uint64_t* written,
                             uint64_t blocksize);

@@ -1,0 +1,1056 @@
+// fmtstream_lua_capi on its own, in a real LuaJIT state: every primitive
+// type written and read, markers, arrays by separator and as strings, keys,
+// the read failures, and the oddities that stand as they are.
+#include "comm/metastream/fmtstream_lua_capi.h"
+
+#include "comm/binstream/container.h"
+
+#include <gtest/gtest.h>
+#include <lua.hpp>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <thread>
+
+using velk::charstr;
+using velk::dynarray;
+using velk::fmtstream_lua_capi;
+using velk::opcd;
+using velk::token;
+namespace ers = velk::ers;
+using kind = velk::bstype::kind;
+
+namespace {
+
+// Mnemonic and detail: opcd's own equality looks at the code only.
+std::string describe(opcd e)
+{
+    if (!e)
+        return "OK";
+    velk::token m = e.mnemonic();
+    std::string s(m.ptr(), m.lens());
+    while (!s.empty() && s.back() == ' ')
+        s.pop_back();
+    if (*e.info())
+        s += std::string(" / ") + e.info();
+    return s;
+}
+
+class lua_format : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        L = luaL_newstate();
+        ASSERT_NE(L, nullptr);
+        luaL_openlibs(L);
+        f.L = L;
+        f.top = lua_gettop(L);
+    }
+    void TearDown() override { lua_close(L); }
+
+    // Runs a chunk that returns one value and leaves it on the stack.
+    void push_value(const char* expression)
+    {
+        std::string chunk = std::string("return ") + expression;
+        ASSERT_EQ(luaL_loadstring(L, chunk.c_str()), 0) << lua_tostring(L, -1);
+        ASSERT_EQ(lua_pcall(L, 0, 1, 0), 0) << lua_tostring(L, -1);
+    }
+
+    // The value on the top as Lua source-like text, for comparisons.
+    std::string show_top()
+    {
+        lua_getglobal(L, "show");
+        if (lua_isnil(L, -1)) {
+            lua_pop(L, 1);
+            luaL_dostring(L, R"(
+                function show(v)
+                  if type(v) ~= "table" then
+                    if type(v) == "string" then return string.format("%q", v) end
+                    return tostring(v)
+                  end
+                  local keys = {}
+                  for k in pairs(v) do keys[#keys + 1] = k end
+                  table.sort(keys, function(a, b) return tostring(a) < tostring(b) end)
+                  local parts = {}
+                  for _, k in ipairs(keys) do parts[#parts + 1] = tostring(k) .. "=" .. show(v[k]) end
+                  return "{" .. table.concat(parts, ",") .. "}"
+                end)");
+            lua_getglobal(L, "show");
+        }
+        lua_pushvalue(L, -2);
+        lua_call(L, 1, 1);
+        std::string s = lua_tostring(L, -1);
+        lua_pop(L, 1);
+        return s;
+    }
+
+    lua_State* L = nullptr;
+    fmtstream_lua_capi f;
+};
+
+// -- Writing primitives --------------------------------------------------------
+
+TEST_F(lua_format, writes_a_signed_byte_sign_extended)
+{
+    int8_t v = -5;
+    EXPECT_EQ(f.write(&v, velk::bstype::kind_of<int8_t>()), opcd());
+    EXPECT_EQ(lua_tointeger(L, -1), -5);
+}
+
+TEST_F(lua_format, writes_an_unsigned_short_zero_extended)
+{
+    uint16_t v = 0xFFFE;
+    EXPECT_EQ(f.write(&v, velk::bstype::kind_of<uint16_t>()), opcd());
+    EXPECT_EQ(lua_tointeger(L, -1), 0xFFFE);
+}
+
+TEST_F(lua_format, writes_a_32_bit_integer)
+{
+    int32_t v = -123456;
+    EXPECT_EQ(f.write(&v, velk::bstype::kind_of<int32_t>()), opcd());
+    EXPECT_EQ(lua_tointeger(L, -1), -123456);
+}
+
+TEST_F(lua_format, writes_a_float_widened)
+{
+    float v = 1.5f;
+    EXPECT_EQ(f.write(&v, velk::bstype::kind_of<float>()), opcd());
+    EXPECT_EQ(lua_tonumber(L, -1), 1.5);
+}
+
+TEST_F(lua_format, writes_a_double)
+{
+    double v = -2.25;
+    EXPECT_EQ(f.write(&v, velk::bstype::kind_of<double>()), opcd());
+    EXPECT_EQ(lua_tonumber(L, -1), -2.25);
+}
+
+TEST_F(lua_format, writes_a_bool)
+{
+    bool v = true;
+    EXPECT_EQ(f.write(&v, velk::bstype::kind_of<bool>()), opcd());
+    ASSERT_EQ(lua_type(L, -1), LUA_TBOOLEAN);
+    EXPECT_TRUE(lua_toboolean(L, -1));
+}
+
+TEST_F(lua_format, writes_a_single_char_as_a_one_character_string)
+{
+    char c = 'q';
+    EXPECT_EQ(f.write(&c, kind(kind::char_word)), opcd());
+    EXPECT_EQ(show_top(), "\"q\"");
+}
+
+TEST_F(lua_format, pushes_nothing_for_time_angle_error_code_and_binary)
+{
+    uint64_t v = 7;
+    int before = lua_gettop(L);
+    EXPECT_EQ(f.write(&v, kind(kind::type_time, 8)), opcd());
+    EXPECT_EQ(f.write(&v, kind(kind::type_angle, 8)), opcd());
+    EXPECT_EQ(f.write(&v, kind(kind::type_errcode, 8)), opcd());
+    EXPECT_EQ(f.write(&v, kind(kind::type_binary, 1)), opcd());
+    EXPECT_EQ(lua_gettop(L), before);
+}
+
+TEST_F(lua_format, refuses_to_write_an_unknown_type_code)
+{
+    uint32_t v = 1;
+    EXPECT_EQ(describe(f.write(&v, kind(9, 4))), "SynEr / unknown type");
+}
+
+// -- Writing structures and arrays ----------------------------------------------
+
+TEST_F(lua_format, writing_a_structure_gives_a_table_with_string_keys)
+{
+    int32_t a = 1, b = 2;
+    kind open(kind::type_struct_open, 0);
+    kind close(kind::type_struct_close, 0);
+    ASSERT_EQ(f.write(nullptr, open), opcd());
+    f.write_key("a", 0);
+    f.write(&a, velk::bstype::kind_of<int32_t>());
+    f.write_key("b", 1);
+    f.write(&b, velk::bstype::kind_of<int32_t>());
+    ASSERT_EQ(f.write(nullptr, close), opcd());
+    EXPECT_EQ(show_top(), "{a=1,b=2}");
+    EXPECT_EQ(lua_gettop(L), 1);
+}
+
+TEST_F(lua_format, writing_an_array_gives_a_table_indexed_from_1)
+{
+    int32_t values[] = {10, 20, 30};
+    velk::binstream_container_fixed_array<int32_t> c(values, 3);
+    uint32_t n = 3;
+    kind t = c.type;
+    ASSERT_EQ(f.write(&n, t.with(4, kind::flag_array_begin)), opcd());
+    c.type.add_flags(kind::flag_separators);
+    uint64_t count = 0;
+    ASSERT_EQ(f.write_array_content(c, count, nullptr), opcd());
+    ASSERT_EQ(f.write(&count, t.with(0, kind::flag_array_end)), opcd());
+    EXPECT_EQ(show_top(), "{1=10,2=20,3=30}");
+    EXPECT_EQ(lua_gettop(L), 1);
+}
+
+TEST_F(lua_format, a_char_array_is_pushed_in_one_string_with_its_zero_bytes)
+{
+    char text[] = {'a', 0, 'b'};
+    velk::binstream_container_fixed_array<char> c(text, 3);
+    uint64_t count = 0;
+    ASSERT_EQ(f.write_array_content(c, count, nullptr), opcd());
+    size_t len = 0;
+    const char* s = lua_tolstring(L, -1, &len);
+    ASSERT_EQ(len, 3u);
+    EXPECT_EQ(std::string(s, len), std::string(text, 3));
+}
+
+TEST_F(lua_format, a_binary_array_of_n_bytes_is_written_as_n_hex_characters)
+{
+    uint8_t bytes[] = {0xAB, 0x01, 0xFF};
+    velk::binstream_container_fixed_array<uint8_t> c(bytes, 3, kind(kind::type_binary, 1));
+    uint64_t count = 0;
+    ASSERT_EQ(f.write_array_content(c, count, nullptr), opcd());
+    EXPECT_EQ(show_top(), "\"AB0\"");
+}
+
+TEST_F(lua_format, a_count_of_all_ones_makes_a_table_without_array_slots)
+{
+    uint32_t n = UINT32_MAX;
+    ASSERT_EQ(f.write(&n, kind(kind::type_int, 4, kind::flag_array_begin)), opcd());
+    EXPECT_EQ(lua_type(L, -1), LUA_TTABLE);
+    EXPECT_EQ(f.frames.size(), 1u);
+}
+
+// -- Reading primitives --------------------------------------------------------
+
+TEST_F(lua_format, reads_a_32_bit_integer_and_pops_it)
+{
+    push_value("-42");
+    int32_t v = 0;
+    EXPECT_EQ(f.read(&v, velk::bstype::kind_of<int32_t>()), opcd());
+    EXPECT_EQ(v, -42);
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_format, reads_an_integer_truncating_the_fraction)
+{
+    push_value("-7.9");
+    int16_t v = 0;
+    EXPECT_EQ(f.read(&v, velk::bstype::kind_of<int16_t>()), opcd());
+    EXPECT_EQ(v, -7);
+}
+
+TEST_F(lua_format, reads_a_64_bit_integer)
+{
+    push_value("2^40 + 3");
+    int64_t v = 0;
+    EXPECT_EQ(f.read(&v, velk::bstype::kind_of<int64_t>()), opcd());
+    EXPECT_EQ(v, (int64_t(1) << 40) + 3);
+}
+
+TEST_F(lua_format, reads_an_unsigned_32_bit_value_through_64_bits)
+{
+    push_value("4294967295");
+    uint32_t v = 0;
+    EXPECT_EQ(f.read(&v, velk::bstype::kind_of<uint32_t>()), opcd());
+    EXPECT_EQ(v, 4294967295u);
+}
+
+TEST_F(lua_format, reads_2_to_the_63_as_the_top_bit_of_an_unsigned_64_bit_value)
+{
+    push_value("2^63");
+    uint64_t v = 0;
+    EXPECT_EQ(f.read(&v, velk::bstype::kind_of<uint64_t>()), opcd());
+    EXPECT_EQ(v, 0x8000000000000000ull);
+}
+
+TEST_F(lua_format, reads_a_float)
+{
+    push_value("0.5");
+    float v = 0;
+    EXPECT_EQ(f.read(&v, velk::bstype::kind_of<float>()), opcd());
+    EXPECT_EQ(v, 0.5f);
+}
+
+TEST_F(lua_format, reads_a_double)
+{
+    push_value("1e300");
+    double v = 0;
+    EXPECT_EQ(f.read(&v, velk::bstype::kind_of<double>()), opcd());
+    EXPECT_EQ(v, 1e300);
+}
+
+TEST_F(lua_format, reads_a_bool_as_one_or_zero)
+{
+    push_value("false");
+    uint8_t v = 9;
+    EXPECT_EQ(f.read(&v, velk::bstype::kind_of<bool>()), opcd());
+    EXPECT_EQ(v, 0);
+}
+
+TEST_F(lua_format, reads_a_single_char_as_the_first_byte)
+{
+    push_value("'xyz'");
+    char c = 0;
+    EXPECT_EQ(f.read(&c, kind(kind::char_word)), opcd());
+    EXPECT_EQ(c, 'x');
+}
+
+TEST_F(lua_format, reads_the_empty_string_as_char_zero)
+{
+    push_value("''");
+    char c = 'z';
+    EXPECT_EQ(f.read(&c, kind(kind::char_word)), opcd());
+    EXPECT_EQ(c, 0);
+}
+
+TEST_F(lua_format, reads_an_error_code_by_its_number)
+{
+    push_value("28");
+    opcd e;
+    EXPECT_EQ(f.read(&e, velk::bstype::kind_of<opcd>()), opcd());
+    EXPECT_EQ(e, ers::no_more);
+}
+
+TEST_F(lua_format, reads_a_time_truncated_to_64_bits)
+{
+    push_value("123.9");
+    int64_t v = 0;
+    EXPECT_EQ(f.read(&v, kind(kind::type_time, 8)), opcd());
+    EXPECT_EQ(v, 123);
+}
+
+TEST_F(lua_format, reads_an_angle_as_a_double)
+{
+    push_value("3.25");
+    double v = 0;
+    EXPECT_EQ(f.read(&v, kind(kind::type_angle, 8)), opcd());
+    EXPECT_EQ(v, 3.25);
+}
+
+// -- Read failures ---------------------------------------------------------------
+
+TEST_F(lua_format, a_number_in_a_single_char_position_is_expected_string)
+{
+    push_value("5");
+    char c = 0;
+    EXPECT_EQ(describe(f.read(&c, kind(kind::char_word))), "SynEr / expected string");
+    EXPECT_EQ(lua_gettop(L), 0); // popped also when the conversion failed
+}
+
+TEST_F(lua_format, a_string_where_a_number_belongs_is_expected_number)
+{
+    push_value("'x'");
+    int32_t v = 0;
+    EXPECT_EQ(describe(f.read(&v, velk::bstype::kind_of<int32_t>())), "SynEr / expected number");
+}
+
+TEST_F(lua_format, an_unsigned_value_from_a_table_is_expected_number)
+{
+    push_value("{}");
+    uint8_t v = 0;
+    EXPECT_EQ(describe(f.read(&v, velk::bstype::kind_of<uint8_t>())), "SynEr / expected number");
+}
+
+TEST_F(lua_format, a_float_from_a_boolean_is_expected_number)
+{
+    push_value("true");
+    double v = 0;
+    EXPECT_EQ(describe(f.read(&v, velk::bstype::kind_of<double>())), "SynEr / expected number");
+}
+
+TEST_F(lua_format, a_number_where_a_boolean_belongs_is_expected_boolean)
+{
+    push_value("1");
+    bool v = false;
+    EXPECT_EQ(describe(f.read(&v, velk::bstype::kind_of<bool>())), "SynEr / expected boolean");
+}
+
+TEST_F(lua_format, an_error_code_from_a_string_is_expected_number)
+{
+    push_value("'no'");
+    opcd e;
+    EXPECT_EQ(describe(f.read(&e, velk::bstype::kind_of<opcd>())), "SynEr / expected number");
+}
+
+TEST_F(lua_format, a_time_from_a_table_is_expected_time)
+{
+    push_value("{}");
+    int64_t v = 0;
+    EXPECT_EQ(describe(f.read(&v, kind(kind::type_time, 8))), "SynEr / expected time");
+}
+
+TEST_F(lua_format, an_angle_from_nil_is_expected_angle)
+{
+    push_value("nil");
+    double v = 0;
+    EXPECT_EQ(describe(f.read(&v, kind(kind::type_angle, 8))), "SynEr / expected angle");
+}
+
+TEST_F(lua_format, a_char_element_read_alone_is_not_implemented)
+{
+    push_value("'a'");
+    char c = 0;
+    EXPECT_EQ(describe(f.read(&c, kind(kind::type_char, 1, kind::flag_element))), "!Impl");
+}
+
+TEST_F(lua_format, a_key_character_is_unavailable_and_nothing_is_popped)
+{
+    push_value("'k'");
+    char c = 0;
+    EXPECT_EQ(describe(f.read(&c, kind(kind::key_char_word))), "!Avlb");
+    EXPECT_EQ(lua_gettop(L), 1);
+}
+
+TEST_F(lua_format, an_unknown_type_code_is_unknown_type_on_reading)
+{
+    push_value("1");
+    uint32_t v = 0;
+    EXPECT_EQ(describe(f.read(&v, kind(9, 4))), "SynEr / unknown type");
+}
+
+TEST_F(lua_format, a_char_array_begin_on_a_table_is_expected_string)
+{
+    push_value("{}");
+    uint32_t n = 0;
+    EXPECT_EQ(describe(f.read(&n, kind(kind::type_char, 4, kind::flag_array_begin))), "SynEr / expected string");
+}
+
+TEST_F(lua_format, an_array_begin_on_a_string_is_expected_array)
+{
+    push_value("'abc'");
+    uint32_t n = 0;
+    EXPECT_EQ(describe(f.read(&n, kind(kind::type_int, 4, kind::flag_array_begin))), "SynEr / expected array");
+}
+
+TEST_F(lua_format, a_struct_open_on_a_number_is_expected_object_without_a_pop)
+{
+    push_value("3");
+    EXPECT_EQ(describe(f.read(nullptr, kind(kind::type_struct_open, 0))), "SynEr / expected object");
+    EXPECT_EQ(lua_gettop(L), 1);
+}
+
+// -- Reading arrays and strings ------------------------------------------------------
+
+TEST_F(lua_format, a_number_is_taken_as_an_array_of_char)
+{
+    push_value("42");
+    uint32_t n = 0;
+    ASSERT_EQ(f.read(&n, kind(kind::type_char, 4, kind::flag_array_begin)), opcd());
+    EXPECT_EQ(n, 2u);
+    dynarray<char, uint32_t> text;
+    velk::dynarray_binstream_container<char> c(text, kind(kind::char_word));
+    uint64_t count = 0;
+    ASSERT_EQ(f.read_array_content(c, n, count, nullptr), opcd());
+    EXPECT_EQ(std::string(text.ptr(), text.size()), "42");
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_format, a_string_with_zero_bytes_is_read_whole)
+{
+    push_value("'a\\0b\\0'");
+    dynarray<char, uint32_t> text;
+    velk::dynarray_binstream_container<char> c(text, kind(kind::char_word));
+    uint64_t count = 0;
+    ASSERT_EQ(f.read_array_content(c, 4, count, nullptr), opcd());
+    EXPECT_EQ(count, 4u);
+    EXPECT_EQ(std::string(text.ptr(), text.size()), std::string("a\0b\0", 4));
+}
+
+TEST_F(lua_format, a_char_array_of_another_length_is_array_size_and_the_string_is_popped)
+{
+    push_value("'abc'");
+    dynarray<char, uint32_t> text;
+    velk::dynarray_binstream_container<char> c(text, kind(kind::char_word));
+    uint64_t count = 0;
+    EXPECT_EQ(describe(f.read_array_content(c, 5, count, nullptr)), "Misma / array size");
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_format, a_table_of_another_length_than_the_known_size_is_array_size)
+{
+    push_value("{1, 2, 3}");
+    dynarray<int32_t, uint32_t> values;
+    velk::dynarray_binstream_container<int32_t> c(values);
+    uint64_t count = 0;
+    EXPECT_EQ(describe(f.read_array_content(c, 2, count, nullptr)), "Misma / array size");
+}
+
+TEST_F(lua_format, reads_an_array_by_separators_until_the_end)
+{
+    push_value("{4, 5, 6}");
+    uint32_t n = 0;
+    ASSERT_EQ(f.read(&n, kind(kind::type_int, 4, kind::flag_array_begin)), opcd());
+    EXPECT_EQ(n, 3u);
+    dynarray<int32_t, uint32_t> values;
+    velk::dynarray_binstream_container<int32_t> c(values);
+    c.type.add_flags(kind::flag_separators);
+    uint64_t count = 0;
+    ASSERT_EQ(f.read_array_content(c, velk::binstream_container_base::unknown_count, count, nullptr), opcd());
+    EXPECT_EQ(count, 3u);
+    ASSERT_EQ(values.size(), 3u);
+    EXPECT_EQ(values[0], 4);
+    EXPECT_EQ(values[2], 6);
+    ASSERT_EQ(f.read(&count, c.type.with(0, kind::flag_array_end)), opcd());
+    EXPECT_EQ(lua_gettop(L), 0);
+    EXPECT_TRUE(f.frames.is_empty());
+}
+
+TEST_F(lua_format, a_nil_in_the_middle_of_an_array_ends_a_read_by_separator)
+{
+    push_value("{7, 8, nil, 9}");
+    uint32_t n = 0;
+    ASSERT_EQ(f.read(&n, kind(kind::type_int, 4, kind::flag_array_begin)), opcd());
+    // Walk the separators directly: the length operator of a table with a
+    // hole may count past it, the separator never does.
+    int32_t v = 0;
+    kind et(kind::type_int, 4, kind::flag_element);
+    ASSERT_EQ(f.read_array_separator(et), opcd());
+    ASSERT_EQ(f.read(&v, et), opcd());
+    ASSERT_EQ(f.read_array_separator(et), opcd());
+    ASSERT_EQ(f.read(&v, et), opcd());
+    EXPECT_EQ(v, 8);
+    EXPECT_EQ(describe(f.read_array_separator(et)), "NMore");
+    EXPECT_EQ(lua_type(L, -1), LUA_TTABLE); // the nil was popped
+}
+
+TEST_F(lua_format, a_binary_array_is_decoded_from_hex_with_spaces_skipped)
+{
+    push_value("'0a ff 10  '");
+    dynarray<uint8_t, uint32_t> bytes;
+    velk::dynarray_binstream_container<uint8_t> c(bytes, kind(kind::type_binary, 1));
+    uint64_t count = 0;
+    ASSERT_EQ(f.read_array_content(c, 3, count, nullptr), opcd());
+    EXPECT_EQ(count, 3u);
+    ASSERT_EQ(bytes.size(), 3u);
+    EXPECT_EQ(bytes[0], 0x0A);
+    EXPECT_EQ(bytes[1], 0xFF);
+    EXPECT_EQ(bytes[2], 0x10);
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_format, a_short_binary_text_is_not_enough_array_elements)
+{
+    push_value("'0a'");
+    dynarray<uint8_t, uint32_t> bytes;
+    velk::dynarray_binstream_container<uint8_t> c(bytes, kind(kind::type_binary, 1));
+    uint64_t count = 0;
+    EXPECT_EQ(describe(f.read_array_content(c, 2, count, nullptr)), "Misma / not enough array elements");
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_format, text_after_the_binary_elements_is_more_characters)
+{
+    push_value("'0a0bzz'");
+    dynarray<uint8_t, uint32_t> bytes;
+    velk::dynarray_binstream_container<uint8_t> c(bytes, kind(kind::type_binary, 1));
+    uint64_t count = 0;
+    EXPECT_EQ(describe(f.read_array_content(c, 2, count, nullptr)),
+              "Misma / more characters after array elements read");
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_format, a_binary_array_of_unknown_size_takes_every_byte)
+{
+    push_value("'01 02 03'");
+    dynarray<uint8_t, uint32_t> bytes;
+    velk::dynarray_binstream_container<uint8_t> c(bytes, kind(kind::type_binary, 1));
+    uint64_t count = 0;
+    ASSERT_EQ(f.read_array_content(c, velk::binstream_container_base::unknown_count, count, nullptr), opcd());
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(bytes[2], 3);
+}
+
+// -- Keys ----------------------------------------------------------------------
+
+TEST_F(lua_format, read_key_pushes_the_expected_member)
+{
+    push_value("{name = 'v'}");
+    charstr key;
+    EXPECT_EQ(f.read_key(key, 0, "name"), opcd());
+    EXPECT_EQ(key, token("name"));
+    EXPECT_EQ(show_top(), "\"v\"");
+}
+
+TEST_F(lua_format, read_key_of_a_missing_member_leaves_a_nil_and_gives_no_more)
+{
+    push_value("{name = 'v'}");
+    charstr key;
+    EXPECT_EQ(describe(f.read_key(key, 0, "other")), "NMore");
+    EXPECT_EQ(lua_gettop(L), 2);
+    EXPECT_TRUE(lua_isnil(L, -1));
+}
+
+TEST_F(lua_format, write_key_pushes_the_key_text)
+{
+    EXPECT_EQ(f.write_key("member", 3), opcd());
+    EXPECT_EQ(show_top(), "\"member\"");
+}
+
+// -- Oddities that stand -------------------------------------------------------------
+
+TEST_F(lua_format, a_binary_array_end_pops_the_enclosing_frame_and_one_value_more)
+{
+    push_value("{b = '01'}");
+    ASSERT_EQ(f.read(nullptr, kind(kind::type_struct_open, 0)), opcd());
+    charstr key;
+    ASSERT_EQ(f.read_key(key, 0, "b"), opcd());
+    uint32_t n = 1;
+    kind bin(kind::type_binary, 1);
+    ASSERT_EQ(f.read(&n, bin.with(4, kind::flag_array_begin)), opcd()); // pushes no frame
+    dynarray<uint8_t, uint32_t> bytes;
+    velk::dynarray_binstream_container<uint8_t> c(bytes, bin);
+    uint64_t count = 0;
+    ASSERT_EQ(f.read_array_content(c, 1, count, nullptr), opcd()); // pops the string
+    ASSERT_EQ(f.read(&count, bin.with(0, kind::flag_array_end)), opcd());
+    EXPECT_TRUE(f.frames.is_empty()); // the structure's frame went
+    EXPECT_EQ(lua_gettop(L), 0);      // and so did the structure's table
+}
+
+TEST_F(lua_format, is_named_fmtstream_lua_capi)
+{
+    EXPECT_EQ(f.fmtstream_name(), token("fmtstream_lua_capi"));
+}
+
+} // namespace
+
+// -- lua_streamer_context: the thread's streamer ------------------------------------
+
+namespace {
+
+using velk::lua_streamer_context;
+
+class lua_streamer : public lua_format
+{
+protected:
+    lua_streamer_context& s = lua_streamer_context::get_lua_streamer(true);
+};
+
+TEST_F(lua_streamer, is_the_same_object_on_one_thread)
+{
+    EXPECT_EQ(&s, &lua_streamer_context::get_lua_streamer(true));
+}
+
+TEST_F(lua_streamer, each_thread_has_its_own)
+{
+    lua_streamer_context* other = nullptr;
+    std::thread t([&] { other = &lua_streamer_context::get_lua_streamer(true); });
+    t.join();
+    EXPECT_NE(other, nullptr);
+    EXPECT_NE(other, &s);
+}
+
+TEST_F(lua_streamer, reads_and_writes_through_its_own_format)
+{
+    EXPECT_EQ(s.meta.fmt_read, &s.fmt);
+    EXPECT_EQ(s.meta.fmt_write, &s.fmt);
+}
+
+TEST_F(lua_streamer, bind_stack_records_the_state_and_its_top)
+{
+    push_value("1");
+    s.bind_stack(L);
+    EXPECT_EQ(s.fmt.L, L);
+    EXPECT_EQ(s.fmt.top, 1);
+}
+
+TEST_F(lua_streamer, to_lua_pushes_one_string)
+{
+    s.bind_stack(L);
+    s.to_lua(charstr("hello"));
+    EXPECT_EQ(lua_gettop(L), 1);
+    EXPECT_EQ(show_top(), "\"hello\"");
+}
+
+TEST_F(lua_streamer, to_lua_keeps_zero_bytes)
+{
+    s.bind_stack(L);
+    charstr text;
+    text.set("a\0b", 3);
+    s.to_lua(text);
+    size_t len = 0;
+    const char* p = lua_tolstring(L, -1, &len);
+    EXPECT_EQ(std::string(p, len), std::string("a\0b", 3));
+}
+
+TEST_F(lua_streamer, to_lua_of_an_empty_string_pushes_an_empty_string)
+{
+    s.bind_stack(L);
+    s.to_lua(charstr());
+    EXPECT_EQ(lua_gettop(L), 1);
+    EXPECT_EQ(show_top(), "\"\"");
+}
+
+TEST_F(lua_streamer, from_lua_reads_the_string_and_pops_it)
+{
+    push_value("'some text'");
+    s.bind_stack(L);
+    charstr text("old");
+    s.from_lua(text);
+    EXPECT_EQ(text, token("some text"));
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_streamer, from_lua_takes_a_number_as_its_text)
+{
+    push_value("42");
+    s.bind_stack(L);
+    charstr text;
+    s.from_lua(text);
+    EXPECT_EQ(text, token("42"));
+}
+
+TEST_F(lua_streamer, from_lua_of_an_empty_string_gives_an_empty_string)
+{
+    push_value("''");
+    s.bind_stack(L);
+    charstr text("old");
+    s.from_lua(text);
+    EXPECT_TRUE(text.is_empty());
+}
+
+TEST_F(lua_streamer, from_lua_keeps_zero_bytes)
+{
+    push_value("'x\\0y'");
+    s.bind_stack(L);
+    charstr text;
+    s.from_lua(text);
+    EXPECT_EQ(std::string(text.ptr(), text.lens()), std::string("x\0y", 3));
+}
+
+TEST_F(lua_streamer, from_lua_of_a_table_throws_with_the_position_text)
+{
+    push_value("{}");
+    s.bind_stack(L);
+    charstr text;
+    try {
+        s.from_lua(text);
+        FAIL() << "no exception";
+    } catch (const velk::exception& e) {
+        // The root has no frame and no name: no path before the message.
+        EXPECT_EQ(std::string(e.what()),
+                  " - error reading variable '', error: syntax error, format invalid : expected string");
+    }
+}
+
+TEST_F(lua_streamer, works_again_after_a_failed_run)
+{
+    push_value("{}");
+    s.bind_stack(L);
+    charstr text;
+    EXPECT_THROW(s.from_lua(text), velk::exception);
+    lua_settop(L, 0);
+    s.bind_stack(L);
+    s.to_lua(charstr("again"));
+    EXPECT_EQ(show_top(), "\"again\"");
+}
+
+} // namespace
+
+// -- interface_from_lua ------------------------------------------------------------
+
+namespace {
+
+// An object with the host's interface hash, as a host gives one.
+class fake_host : public velk::stubsmith_interface
+{
+public:
+    explicit fake_host(uint32_t hash = 0x38934D07u) : _hash(hash) {}
+    uint32_t interface_hash() const override { return _hash; }
+    bool is_derived(int32_t h) const override { return static_cast<uint32_t>(h) == _hash; }
+    const velk::tokenhash& interface_name() const override { return name; }
+    velk::backend backend() const override { return velk::backend_native; }
+    velk::creator_fn wrapper_creator(velk::backend) const override { return nullptr; }
+    const velk::token& wrapper_key(velk::backend) const override { return key; }
+
+    velk::tokenhash name{"fake_host"};
+    velk::token key;
+
+private:
+    uint32_t _hash;
+};
+
+class lua_interface : public lua_streamer
+{
+protected:
+    // An object table as the dispatchers make it: "__cthis" a userdata with
+    // the object's address, "__class_hash" a number.
+    void push_object(velk::stubsmith_interface* object, double class_hash)
+    {
+        lua_createtable(L, 0, 2);
+        auto** u = static_cast<velk::stubsmith_interface**>(lua_newuserdata(L, sizeof(void*)));
+        *u = object;
+        lua_setfield(L, -2, "__cthis");
+        lua_pushnumber(L, class_hash);
+        lua_setfield(L, -2, "__class_hash");
+    }
+
+    velk::iref<velk::stubsmith_interface> host{new fake_host};
+};
+
+TEST_F(lua_interface, finds_the_host_object_behind_an_object_table)
+{
+    push_object(host.get(), 0x38934D07u);
+    s.bind_stack(L);
+    uint32_t before = host->refcount();
+    velk::iref<velk::stubsmith_interface> got = s.interface_from_lua();
+    EXPECT_EQ(got.get(), host.get());
+    EXPECT_EQ(host->refcount(), before + 1); // a reference added
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_interface, gives_null_for_a_value_that_is_no_table)
+{
+    push_value("'text'");
+    s.bind_stack(L);
+    EXPECT_FALSE(s.interface_from_lua());
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_interface, gives_null_for_a_table_without_cthis)
+{
+    push_value("{__class_hash = 0x38934D07}");
+    s.bind_stack(L);
+    EXPECT_FALSE(s.interface_from_lua());
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_interface, gives_null_for_a_table_without_class_hash)
+{
+    push_object(host.get(), 0x38934D07u);
+    lua_pushnil(L);
+    lua_setfield(L, -2, "__class_hash");
+    s.bind_stack(L);
+    EXPECT_FALSE(s.interface_from_lua());
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_interface, gives_null_when_the_class_hash_is_not_the_objects)
+{
+    push_object(host.get(), 0xCD59A835u);
+    s.bind_stack(L);
+    EXPECT_FALSE(s.interface_from_lua());
+}
+
+TEST_F(lua_interface, gives_null_for_an_object_of_another_interface)
+{
+    velk::iref<velk::stubsmith_interface> other(new fake_host(0xCD59A835u));
+    push_object(other.get(), 0xCD59A835u);
+    s.bind_stack(L);
+    EXPECT_FALSE(s.interface_from_lua());
+}
+
+TEST_F(lua_interface, gives_null_for_a_userdata_that_holds_null)
+{
+    push_object(nullptr, 0x38934D07u);
+    s.bind_stack(L);
+    EXPECT_FALSE(s.interface_from_lua());
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_interface, gives_null_when_cthis_is_no_userdata)
+{
+    push_value("{__cthis = 5, __class_hash = 0x38934D07}");
+    s.bind_stack(L);
+    EXPECT_FALSE(s.interface_from_lua());
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+} // namespace
+
+// -- Structures through metastream -------------------------------------------------------
+
+#include "test_types.h"
+
+namespace {
+
+using velk::metastream;
+using velk::testing::point;
+using velk::testing::shape;
+
+class lua_structures : public lua_format
+{
+protected:
+    void SetUp() override
+    {
+        lua_format::SetUp();
+        m.fmt_read = &f;
+        m.fmt_write = &f;
+    }
+    void TearDown() override
+    {
+        m.rw_state = 0; // the format ends with the fixture's state
+        lua_format::TearDown();
+    }
+
+    shape sample()
+    {
+        shape s;
+        s.name = "square";
+        s.origin = {-1, 2};
+        *s.vertices.push() = {0, 0};
+        *s.vertices.push() = {5, 6};
+        *s.weights.push() = 9;
+        *s.weights.push() = -4;
+        s.corners[0] = 1;
+        s.corners[3] = -7;
+        s.scale = 2.5;
+        s.closed = true;
+        return s;
+    }
+
+    metastream m;
+};
+
+TEST_F(lua_structures, a_structure_is_written_as_a_table_keyed_by_member)
+{
+    point p{3, -4};
+    m.write_run(p);
+    EXPECT_EQ(show_top(), "{x=3,y=-4}");
+    EXPECT_EQ(lua_gettop(L), 1);
+    EXPECT_TRUE(f.frames.is_empty());
+}
+
+TEST_F(lua_structures, nested_structures_and_arrays_become_nested_tables)
+{
+    m.write_run(sample());
+    EXPECT_EQ(show_top(),
+              "{closed=true,corners={1=1,2=0,3=0,4=-7},name=\"square\",origin={x=-1,y=2},scale=2.5,"
+              "vertices={1={x=0,y=0},2={x=5,y=6}},weights={1=9,2=-4}}");
+    EXPECT_EQ(lua_gettop(L), 1);
+}
+
+TEST_F(lua_structures, a_structure_read_from_a_lua_table_equals_the_one_written)
+{
+    shape s = sample();
+    m.write_run(s);
+    shape back;
+    m.read_run(back);
+    EXPECT_TRUE(back == s);
+    EXPECT_EQ(lua_gettop(L), 0);
+    EXPECT_TRUE(f.frames.is_empty());
+}
+
+TEST_F(lua_structures, a_table_written_by_a_script_is_read_into_a_structure)
+{
+    push_value("{ name = 'tri', origin = {x = 1, y = 1}, vertices = {{x = 0, y = 0}, {x = 3, y = 0}},"
+               "  weights = {}, corners = {1, 2, 3, 4}, scale = 0.25, closed = false,"
+               "  unknown = 'ignored' }");
+    shape back;
+    m.read_run(back);
+    EXPECT_EQ(back.name, velk::token("tri"));
+    EXPECT_EQ(back.vertices.size(), 2u);
+    EXPECT_EQ(back.vertices[1].x, 3);
+    EXPECT_EQ(back.corners[3], 4);
+    EXPECT_EQ(back.scale, 0.25);
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_structures, a_member_of_the_wrong_type_fails_with_its_path)
+{
+    push_value("{x = 'one', y = 2}");
+    point p;
+    try {
+        m.read_run(p);
+        FAIL() << "no exception";
+    } catch (const velk::exception& e) {
+        EXPECT_EQ(std::string(e.what()), ":point - error reading variable 'x', error: syntax error, format invalid : expected number");
+    }
+}
+
+// The count comes from the table itself, so a shorter table fills the front
+// of a fixed array and the rest keeps its values.
+TEST_F(lua_structures, a_shorter_table_fills_the_front_of_a_fixed_array)
+{
+    push_value("{ name = 'n', origin = {x = 0, y = 0}, vertices = {}, weights = {},"
+               "  corners = {1, 2}, scale = 1, closed = true }");
+    shape back;
+    back.corners[2] = 30;
+    back.corners[3] = 40;
+    m.read_run(back);
+    EXPECT_EQ(back.corners[0], 1);
+    EXPECT_EQ(back.corners[1], 2);
+    EXPECT_EQ(back.corners[2], 30);
+    EXPECT_EQ(back.corners[3], 40);
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_structures, a_missing_member_without_default_fails)
+{
+    push_value("{x = 1}");
+    point p;
+    try {
+        m.read_run(p);
+        FAIL() << "no exception";
+    } catch (const velk::exception& e) {
+        EXPECT_EQ(std::string(e.what()), ":point - variable 'y' not found and no default value provided");
+    }
+}
+
+} // namespace
+
+namespace {
+
+using velk::testing::settings;
+
+// Each absent member leaves the nil of its lookup; the next lookup takes it
+// off, so a table with many absent members still reads in balance.
+class lua_absent_members : public lua_structures
+{
+protected:
+    void read_settings(const char* table)
+    {
+        push_value(table);
+        s.level = 11;
+        s.comment = "kept";
+        m.read_run(s);
+    }
+    settings s;
+};
+
+TEST_F(lua_absent_members, an_absent_optional_member_keeps_its_value)
+{
+    read_settings("{}");
+    EXPECT_EQ(s.level, 11);
+    EXPECT_EQ(s.comment, velk::token("kept"));
+}
+
+TEST_F(lua_absent_members, an_absent_member_with_a_default_takes_it)
+{
+    read_settings("{}");
+    EXPECT_EQ(s.retries, 3);
+    EXPECT_EQ(s.mode, velk::token("fast"));
+    ASSERT_EQ(s.ports.size(), 2u);
+    EXPECT_EQ(s.ports[1], 443);
+}
+
+TEST_F(lua_absent_members, an_absent_structure_member_takes_its_default)
+{
+    read_settings("{}");
+    EXPECT_EQ(s.anchor.x, 7);
+    EXPECT_EQ(s.anchor.y, 8);
+}
+
+TEST_F(lua_absent_members, present_members_win_over_defaults)
+{
+    read_settings("{ retries = 9, level = 2, anchor = {x = 1, y = 2} }");
+    EXPECT_EQ(s.retries, 9);
+    EXPECT_EQ(s.level, 2);
+    EXPECT_EQ(s.anchor.y, 2);
+}
+
+TEST_F(lua_absent_members, the_stack_is_balanced_after_a_run_with_absent_members)
+{
+    read_settings("{ legacy = 5 }");
+    EXPECT_EQ(lua_gettop(L), 0);
+    EXPECT_TRUE(f.frames.is_empty());
+}
+
+TEST_F(lua_absent_members, an_absent_last_member_leaves_what_lies_below_the_table)
+{
+    lua_pushstring(L, "below");
+    read_settings("{ level = 1 }"); // ports, the last member, is absent
+    EXPECT_EQ(lua_gettop(L), 1);
+    EXPECT_EQ(show_top(), "\"below\"");
+}
+
+} // namespace

@@ -1,0 +1,205 @@
+// metastream through a text format: each test type written and read back,
+// and generated nested values compared one by one.
+#include "comm/metastream/metastream.h"
+#include "tests/comm/metastream/test_types.h"
+#include "tests/comm/metastream/text_format.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+using namespace velk;
+using namespace velk::testing;
+
+namespace {
+
+template <class T>
+std::string write_text(const T& v)
+{
+    text_format f;
+    metastream m;
+    m.fmt_write = &f;
+    m.write_run(v);
+    return f.output();
+}
+
+template <class T>
+T read_text(const std::string& text)
+{
+    text_format f;
+    f.set_input(text);
+    metastream m;
+    m.fmt_read = &f;
+    f.meta = &m;
+    T v;
+    m.read_run(v);
+    return v;
+}
+
+shape sample_shape()
+{
+    shape s;
+    s.name = "box \"one\"";
+    s.origin = {-3, 9};
+    *s.vertices.push() = {1, 2};
+    *s.vertices.push() = {3, 4};
+    *s.weights.push() = 10;
+    *s.weights.push() = -20;
+    *s.weights.push() = 30;
+    s.corners[0] = 1;
+    s.corners[3] = -4;
+    s.scale = 1.25;
+    s.closed = true;
+    return s;
+}
+
+} // namespace
+
+TEST(metastream_roundtrip, a_charstr_is_written_as_a_quoted_string)
+{
+    EXPECT_EQ(write_text(charstr("hello")), "\"hello\"");
+}
+
+TEST(metastream_roundtrip, a_charstr_comes_back_whole)
+{
+    EXPECT_TRUE(read_text<charstr>("\"a\\\"b\"") == "a\"b");
+}
+
+TEST(metastream_roundtrip, a_structure_is_written_in_member_order_with_keys)
+{
+    EXPECT_EQ(write_text(point{1, -2}), "{x=1,y=-2}");
+}
+
+TEST(metastream_roundtrip, a_shape_is_written_with_nested_members_and_arrays)
+{
+    EXPECT_EQ(write_text(sample_shape()),
+              "{name=\"box \\\"one\\\"\",origin={x=-3,y=9},vertices=[2:{x=1,y=2},{x=3,y=4}],"
+              "weights=[3:10,-20,30],corners=[4:1,0,0,-4],scale=1.25,closed=true}");
+}
+
+TEST(metastream_roundtrip, a_shape_read_back_equals_the_one_written)
+{
+    shape s = sample_shape();
+    shape back = read_text<shape>(write_text(s));
+    EXPECT_TRUE(back == s);
+}
+
+TEST(metastream_roundtrip, settings_written_leave_out_the_obsolete_member)
+{
+    settings s;
+    s.level = 2;
+    s.legacy = 99;
+    std::string text = write_text(s);
+    EXPECT_EQ(text.find("legacy"), std::string::npos) << text;
+    EXPECT_NE(text.find("level=2"), std::string::npos) << text;
+}
+
+TEST(metastream_roundtrip, settings_read_back_equal_the_ones_written_member_by_member)
+{
+    settings s;
+    s.level = 5;
+    s.comment = "c";
+    s.anchor = {3, 4};
+    s.retries = 9;
+    s.mode = "slow";
+    *s.ports.push() = 1;
+    settings back = read_text<settings>(write_text(s));
+    EXPECT_EQ(back.level, 5);
+    EXPECT_TRUE(back.comment == "c");
+    EXPECT_EQ(back.legacy, 0);
+    EXPECT_TRUE(back.anchor == (point{3, 4}));
+    EXPECT_EQ(back.retries, 9);
+    EXPECT_TRUE(back.mode == "slow");
+    ASSERT_EQ(back.ports.size(), 1u);
+    EXPECT_EQ(back.ports[0], 1);
+}
+
+TEST(metastream_roundtrip, a_framed_shape_read_back_equals_the_one_written)
+{
+    framed f;
+    f.title = "t";
+    f.body = sample_shape();
+    framed back = read_text<framed>(write_text(f));
+    EXPECT_TRUE(back.title == "t");
+    EXPECT_TRUE(back.body == f.body);
+}
+
+namespace {
+
+// Generated values: a forest of random branches and leaves, fixed seed.
+struct generator
+{
+    std::mt19937 rng{20240601};
+    uint64_t values = 0;
+
+    uint32_t below(uint32_t n) { return rng() % n; }
+    charstr text()
+    {
+        charstr s;
+        uint32_t n = below(12);
+        for (uint32_t i = 0; i < n; ++i)
+            s.append(char(32 + below(95)));
+        ++values;
+        return s;
+    }
+    leaf make_leaf()
+    {
+        leaf l;
+        l.id = int64_t(uint64_t(rng()) << 32 | rng());
+        l.tag = text();
+        uint32_t n = below(5);
+        for (uint32_t i = 0; i < n; ++i)
+            *l.small.add(1) = uint16_t(rng());
+        l.weight = float(int32_t(rng())) / 1024.0f;
+        for (uint8_t& f : l.flags)
+            f = uint8_t(rng());
+        values += 3 + n + 3;
+        return l;
+    }
+    branch make_branch()
+    {
+        branch b;
+        b.name = text();
+        b.at = {int32_t(rng()), int32_t(rng())};
+        uint32_t n = below(6);
+        for (uint32_t i = 0; i < n; ++i)
+            *b.leaves.push() = make_leaf();
+        values += 2;
+        return b;
+    }
+    forest make_forest()
+    {
+        forest f;
+        f.seed = int32_t(rng());
+        uint32_t n = below(8);
+        for (uint32_t i = 0; i < n; ++i)
+            *f.branches.push() = make_branch();
+        ++values;
+        return f;
+    }
+};
+
+} // namespace
+
+TEST(metastream_roundtrip, generated_forests_of_ten_thousand_values_come_back_equal)
+{
+    generator g;
+    text_format f;
+    metastream m;
+    m.fmt_read = &f;
+    m.fmt_write = &f;
+    f.meta = &m;
+    int forests = 0;
+    while (g.values < 10000) {
+        forest v = g.make_forest();
+        m.write_run(v);
+        std::string text = f.output();
+        f.set_input(text);
+        forest back;
+        m.read_run(back);
+        ASSERT_TRUE(back == v) << "forest " << forests << ": " << text;
+        ++forests;
+    }
+    EXPECT_GE(g.values, 10000u);
+}

@@ -1,0 +1,245 @@
+// metastream engine: the run, markers and names on writing, results to the
+// streaming function, the position text, and allocation across runs.
+#include "comm/exception.h"
+#include "comm/metastream/metastream.h"
+#include "tests/array_requests.h"
+#include "tests/comm/metastream/recording_format.h"
+#include "tests/comm/metastream/test_types.h"
+#include "tests/comm/metastream/text_format.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+using namespace velk;
+using namespace velk::testing;
+
+namespace {
+
+// What data_read gave the streaming function for member a.
+opcd last_optional_result;
+
+struct probe
+{
+    int32_t a = 0;
+    int32_t b = 0;
+};
+
+void stream_meta(metastream& m, probe* p)
+{
+    if (!m.struct_begin("probe", p))
+        return;
+    if (m.reading)
+        last_optional_result = m.data_read(&p->a, bstype::kind_of<int32_t>());
+    else
+        m.member("a", p, &probe::a, metastream::member_optional);
+    m.member("b", p, &probe::b);
+    m.struct_end();
+}
+
+std::string read_failure(point& p, const std::string& text)
+{
+    text_format f;
+    f.set_input(text);
+    metastream m;
+    m.fmt_read = &f;
+    try {
+        m.read_run(p);
+    } catch (const velk::exception& e) {
+        return e.what();
+    }
+    return {};
+}
+
+} // namespace
+
+// -- Writing --------------------------------------------------------------------------
+
+TEST(metastream, a_charstr_on_a_run_without_cache_makes_three_format_calls)
+{
+    recording_format f;
+    metastream m;
+    m.fmt_write = &f;
+    m.write_run(charstr("abc"));
+    EXPECT_EQ(f.ops(), "write write_array_content write");
+}
+
+TEST(metastream, a_charstr_goes_out_as_begin_marker_content_and_end_marker)
+{
+    recording_format f;
+    metastream m;
+    m.fmt_write = &f;
+    m.write_run(charstr("abc"));
+    // 0x50001: char; begin with an 8-byte count, content with separators, end.
+    EXPECT_EQ(f.ops(true), "write:10050008 write_array_content:4050001 write:20050000");
+}
+
+TEST(metastream, a_root_structure_sends_its_markers_with_the_root_flag)
+{
+    recording_format f;
+    metastream m;
+    m.fmt_write = &f;
+    m.write_run(point{1, 2});
+    ASSERT_GE(f.calls.size(), 2u);
+    EXPECT_EQ(f.calls.front().kind, 0x400B0000u);
+    EXPECT_EQ(f.calls.back().kind, 0x400C0000u);
+}
+
+TEST(metastream, a_nested_structure_sends_its_markers_without_the_root_flag)
+{
+    recording_format f;
+    metastream m;
+    m.fmt_write = &f;
+    shape s;
+    m.write_run(s);
+    std::string ops = f.ops(true);
+    // origin: key, open, x key, x (0x10004: int32), y key, y, close.
+    EXPECT_NE(ops.find("write_key:0 write:B0000 write_key:0 write:10004 write_key:0 write:10004 write:C0000"),
+              std::string::npos)
+        << ops;
+}
+
+TEST(metastream, an_obsolete_member_is_not_written)
+{
+    text_format f;
+    metastream m;
+    m.fmt_write = &f;
+    settings s;
+    s.legacy = 7;
+    m.write_run(s);
+    EXPECT_EQ(f.output(), "{level=0,comment=\"\",anchor={x=0,y=0},retries=0,mode=\"\",ports=[0:]}");
+}
+
+// -- Reading: results and failures ---------------------------------------------------
+
+TEST(metastream, a_missing_optional_member_returns_nmore_to_the_streaming_function)
+{
+    text_format f;
+    f.set_input("{b=4}");
+    metastream m;
+    m.fmt_read = &f;
+    probe p;
+    p.a = 9;
+    last_optional_result = {};
+    m.read_run(p);
+    EXPECT_TRUE(last_optional_result == ers::no_more);
+    EXPECT_EQ(p.a, 9);
+}
+
+TEST(metastream, the_run_goes_on_after_a_missing_optional_member)
+{
+    text_format f;
+    f.set_input("{b=4}");
+    metastream m;
+    m.fmt_read = &f;
+    probe p;
+    m.read_run(p);
+    EXPECT_EQ(p.b, 4);
+}
+
+TEST(metastream, reading_with_all_members_missing_names_the_first)
+{
+    point p;
+    EXPECT_EQ(read_failure(p, "{}"), ":point - variable 'x' not found and no default value provided at offset 1");
+}
+
+TEST(metastream, a_missing_opening_token_is_reported_with_a_line_feed_at_its_end)
+{
+    point p;
+    EXPECT_EQ(read_failure(p, "x=1"), " - error reading struct opening token\n at offset 0");
+}
+
+TEST(metastream, trailing_input_in_a_structure_is_reported_as_a_missing_closing_token)
+{
+    point p;
+    EXPECT_EQ(read_failure(p, "{x=1,y=2,z=3}"), " - error reading struct closing token at offset 8");
+}
+
+TEST(metastream, a_fixed_array_given_too_many_elements_is_refused)
+{
+    shape s;
+    text_format f;
+    f.set_input("{name=\"a\",origin={x=1,y=2},vertices=[],weights=[],corners=[1,2,3,4,5],scale=1,closed=false}");
+    metastream m;
+    m.fmt_read = &f;
+    f.meta = &m;
+    try {
+        m.read_run(s);
+        FAIL() << "no failure";
+    } catch (const velk::exception& e) {
+        EXPECT_STREQ(e.what(), ":shape - array of 4 elements given 5 at offset 69");
+    }
+}
+
+// -- Position text --------------------------------------------------------------------
+
+TEST(metastream, an_empty_err_gets_no_leading_line_feed)
+{
+    metastream m;
+    m.dump_stack(0, nullptr);
+    m.err << "x";
+    EXPECT_EQ(std::string(m.err.c_str()), "x");
+}
+
+TEST(metastream, a_non_empty_err_gets_a_line_feed_before_the_position)
+{
+    metastream m;
+    m.err << "warning";
+    m.dump_stack(0, &m.root);
+    EXPECT_EQ(std::string(m.err.c_str()), "warning\n");
+}
+
+TEST(metastream, the_position_shows_names_array_sizes_and_type_names)
+{
+    text_format f;
+    metastream m;
+    m.fmt_write = &f;
+    shape s;
+    m.write_run(s); // defines shape: root is a shape
+    m.err.reset();
+    m.dump_stack(0, &m.root.desc->children[2]);
+    m.dump_stack(0, &m.root.desc->children[4]);
+    EXPECT_EQ(std::string(m.err.c_str()), std::string(".vertices[]:") + typeid(dynarray<point>).name() +
+                                              "\n.corners[4]:" + typeid(int16_t[4]).name());
+}
+
+// -- Allocation ---------------------------------------------------------------------------
+
+TEST(metastream, a_second_write_and_read_of_a_type_allocate_nothing)
+{
+    text_format f;
+    metastream m;
+    m.fmt_read = &f;
+    m.fmt_write = &f;
+    f.meta = &m;
+    shape s;
+    s.name = "name";
+    *s.vertices.push() = {1, 2};
+    *s.weights.push() = 3;
+    shape back;
+    m.write_run(s);
+    f.set_input(f.output());
+    m.read_run(back);
+    ASSERT_TRUE(back == s);
+
+    array_requests requests;
+    m.write_run(s);
+    m.read_run(back);
+    EXPECT_TRUE(requests.asks().empty()) << requests.asks().size() << " requests";
+    EXPECT_TRUE(back == s);
+}
+
+TEST(metastream, a_read_through_the_cache_allocates_on_first_use_only)
+{
+    text_format f;
+    metastream m;
+    m.fmt_read = &f;
+    f.meta = &m;
+    point p;
+    f.set_input("{y=2,x=1}");
+    m.read_run(p);
+    array_requests requests;
+    m.read_run(p);
+    EXPECT_TRUE(requests.asks().empty());
+    EXPECT_TRUE(p == (point{1, 2}));
+}
