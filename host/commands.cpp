@@ -16,51 +16,11 @@ namespace {
 
 using xt::hostprobe_plugin;
 
-struct method_name
-{
-    const char* name;
-    hostprobe_plugin::method_index index;
-};
-
-// The interface's methods by their script names.
-constexpr method_name methods[] = {
-    {"getMAC", hostprobe_plugin::m_getMAC},
-    {"mersenne_twister", hostprobe_plugin::m_mersenne_twister},
-    {"testfunction", hostprobe_plugin::m_testfunction},
-};
-
-bool find_method(const char* name, hostprobe_plugin::method_index& out)
-{
-    for (const method_name& m : methods) {
-        if (!strcmp(m.name, name)) {
-            out = m.index;
-            return true;
-        }
-    }
-    return false;
-}
-
 void print_line(const velk::token& text)
 {
     velk::charstr line;
     line << text << '\n';
     fwrite(line.ptr(), 1, line.lens(), stdout);
-}
-
-// The argument that a method of one number takes, read by parse.
-template <class T>
-bool read_number_argument(int argc, char** args, bool (*parse)(const char*, T&, velk::charstr&), T& out,
-                          velk::charstr& error)
-{
-    if (argc < 2) {
-        error << "call " << args[0] << " needs a number";
-        return false;
-    }
-    if (argc > 2) {
-        error << "call " << args[0] << " takes one number, not " << argc - 1 << " arguments";
-        return false;
-    }
-    return parse(args[1], out, error);
 }
 
 // A new interface object from the plug-in's native creator, bound to a new
@@ -112,25 +72,19 @@ bool parse_keys(int argc, char** args, keys_request& out, velk::charstr& error)
 bool parse_call(int argc, char** args, call_request& out, velk::charstr& error)
 {
     if (argc < 1) {
-        error << "call needs a METHOD: getMAC, mersenne_twister or testfunction";
+        error << "call needs a METHOD: ";
+        append_method_names(error);
         return false;
     }
-    if (!find_method(args[0], out.method)) {
-        error << "unknown method '" << args[0] << "': expected getMAC, mersenne_twister or testfunction";
+    out.method = find_method_call(args[0]);
+    if (!out.method) {
+        error << "unknown method '" << args[0] << "': expected ";
+        append_method_names(error);
         return false;
     }
-    switch (out.method) {
-    case hostprobe_plugin::m_mersenne_twister:
-        return read_number_argument(argc, args, &parse_uint32, out.seed, error);
-    case hostprobe_plugin::m_testfunction:
-        return read_number_argument(argc, args, &parse_int32, out.x, error);
-    default:
-        if (argc > 1) {
-            error << "call " << args[0] << " takes no argument";
-            return false;
-        }
-        return true;
-    }
+    out.words = args + 1;
+    out.word_count = argc - 1;
+    return out.method->check(args[0], out.word_count, out.words, error);
 }
 
 int run_keys(const keys_request& r)
@@ -154,12 +108,7 @@ int run_call(const call_request& r)
         return 1;
     }
     velk::charstr text;
-    switch (r.method) {
-    case hostprobe_plugin::m_getMAC: text = p->getMAC(); break;
-    case hostprobe_plugin::m_mersenne_twister: text << p->mersenne_twister(r.seed); break;
-    case hostprobe_plugin::m_testfunction: text << p->testfunction(r.x); break;
-    default: break;
-    }
+    r.method->call(*p, r.method->index, r.words, text);
     print_line(text);
     return 0;
 }

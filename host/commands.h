@@ -9,6 +9,7 @@
 #include "comm/charstr.h"
 #include "comm/regex.h"
 #include "comm/token.h"
+#include "host/method_call.h"
 #include "plugin/hostprobe_plugin.h"
 
 #include <cstdint>
@@ -25,12 +26,13 @@ struct keys_request
     velk::regex pattern; // compiled while the arguments are read
 };
 
-// call METHOD [ARG]: one method of the plug-in's interface.
+// call METHOD [ARG...]: one method of the plug-in's interface, with its
+// argument words, which parse_call has checked against the method's row.
 struct call_request
 {
-    xt::hostprobe_plugin::method_index method;
-    uint32_t seed; // mersenne_twister
-    int32_t x;     // testfunction
+    const method_call* method = nullptr;
+    char** words = nullptr;
+    int word_count = 0;
 };
 
 // Each reads a command's arguments; false with the reason in error for a

@@ -19,24 +19,30 @@ namespace {
 constexpr int exit_failed = 1;
 constexpr int exit_usage = 2;
 
+// The methods' line comes from the interface's method list, so that the
+// help names every method that `call` takes.
 void print_help()
 {
-    fputs("usage: hostprobe [--plugin PATH] [COMMAND [ARGUMENTS]]\n"
-          "commands:\n"
-          "  version              print the versions of V8 and LuaJIT this host runs with (the default)\n"
-          "  keys NAME [SCRIPT]   list the registry keys of interface NAME (\"[ns::]class[.method]\");\n"
-          "                       SCRIPT keeps only keys of that script language, \"\" only native ones\n"
-          "  keys --pattern REGEX list the registry keys without a script part that REGEX matches whole\n"
-          "  call METHOD [ARG]    create the plug-in's interface through the registry and call METHOD:\n"
-          "                       getMAC, mersenne_twister SEED (unsigned 32-bit) or testfunction X (signed 32-bit)\n"
-          "  run FILE [--bind NAME] [--root DIR]\n"
-          "                       run the JavaScript FILE with the plug-in's interface object bound as NAME\n"
-          "                       (default probe); $include paths stay below DIR (default: FILE's folder);\n"
-          "                       the script's $log lines are printed\n"
-          "  --help               print this text\n"
-          "options:\n"
-          "  --plugin PATH        load the plug-in from PATH instead of next to this program\n",
-          stdout);
+    velk::charstr text;
+    text << "usage: hostprobe [--plugin PATH] [COMMAND [ARGUMENTS]]\n"
+            "commands:\n"
+            "  version              print the versions of V8 and LuaJIT this host runs with (the default)\n"
+            "  keys NAME [SCRIPT]   list the registry keys of interface NAME (\"[ns::]class[.method]\");\n"
+            "                       SCRIPT keeps only keys of that script language, \"\" only native ones\n"
+            "  keys --pattern REGEX list the registry keys without a script part that REGEX matches whole\n"
+            "  call METHOD [ARG...] create the plug-in's interface through the registry and call METHOD:\n"
+            "                       ";
+    host::append_method_usage(text);
+    text << "\n"
+            "  run FILE [--bind NAME] [--root DIR]\n"
+            "                       run the script FILE, JavaScript (.js) or Lua (.lua), with the plug-in's\n"
+            "                       interface object bound as NAME (default probe); JavaScript $include\n"
+            "                       paths stay below DIR (default: FILE's folder); the script's log lines\n"
+            "                       are printed\n"
+            "  --help               print this text\n"
+            "options:\n"
+            "  --plugin PATH        load the plug-in from PATH instead of next to this program\n";
+    fwrite(text.ptr(), 1, text.lens(), stdout);
 }
 
 int usage_error(const velk::token& reason)
@@ -94,13 +100,16 @@ int run_with_plugin(const host::command_line& cl)
     return is_keys ? host::run_keys(keys) : host::run_call(call);
 }
 
-// run: the script's place fixes the registry's root before the plug-in
-// loads; the script's log lines are its output.
+// run: the file's extension picks the language, before anything loads; the
+// script's place fixes the registry's root before the plug-in loads; the
+// script's log lines are its output.
 int run_script_file(const host::command_line& cl)
 {
     velk::charstr error;
     host::run_request request;
-    if (!host::parse_run(cl.arg_count, cl.args, request, error))
+    host::script_language language;
+    if (!host::parse_run(cl.arg_count, cl.args, request, error) ||
+        !host::choose_language(request.file, language, error))
         return usage_error(error);
     host::script_place place;
     if (!host::place_script(request, place, error)) {
@@ -110,7 +119,7 @@ int run_script_file(const host::command_line& cl)
     host::plugin_module plugin;
     if (!load_plugin(cl, place.root, host::log_target::standard_output, plugin))
         return exit_failed;
-    return host::run_script(request, place);
+    return host::run_script(language, request, place);
 }
 
 int run(const host::command_line& cl)

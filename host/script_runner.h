@@ -1,15 +1,11 @@
-// script_runner: the reference host runs a JavaScript file with the plug-in's
-// interface object, as a scriptable host does.
+// script_runner: what `hostprobe run` does for a script of either language.
 //
-//   hostprobe run FILE.js [--bind NAME] [--root DIR]
+//   hostprobe run FILE [--bind NAME] [--root DIR]
 //
-// The host starts V8 and one isolate, and asks the registry for the
-// plug-in's context creator ("xt::hostprobe_plugin.create@creator.js"),
-// which makes the interface object for a new host_interface object, binds
-// it in a fresh context under NAME ("probe" unless --bind says otherwise),
-// and runs the file there. The root of $include paths is DIR, or else the
-// script's own folder; the script is named "file:///" and its path below the
-// root in messages, so that its includes resolve from where it lies.
+// The file's extension picks the language: ".js" runs in V8 (js_runner),
+// ".lua" in LuaJIT (lua_runner); any other is a wrong command line, refused
+// before the plug-in loads. The script's place (its full path, the root and
+// its name in messages) is made here once for both.
 #pragma once
 
 #include "comm/charstr.h"
@@ -17,6 +13,13 @@
 #include "host/commands.h"
 
 namespace host {
+
+enum class script_language { javascript, lua };
+
+// The language of file by its extension, ".js" or ".lua" (lower case, as
+// the registry's include rule has it). False, with the reason in error, for
+// any other extension or none.
+bool choose_language(const char* file, script_language& out, velk::charstr& error);
 
 // Where a request's script and root lie, made absolute against the current
 // directory and compacted: the script's path, the root with its trailing
@@ -31,12 +34,8 @@ struct script_place
 };
 bool place_script(const run_request& r, script_place& out, velk::charstr& error);
 
-// Runs the script of place with the loaded plug-in. Gives the exit status:
-// 0 when it ran; 1, with the creator's words on standard error (e.g.
-// "file:///a.js(3): ReferenceError: x is not defined (load_script)"), when
-// the plug-in has no context creator, the file can't be read, or the
-// script fails to compile or throws. Throws velk::exception when the
-// process has no registry, std::bad_alloc.
-int run_script(const run_request& r, const script_place& place);
+// Runs the script of place in language with the loaded plug-in: the exit
+// status of run_js_script or run_lua_script, which say what fails.
+int run_script(script_language language, const run_request& r, const script_place& place);
 
 } // namespace host

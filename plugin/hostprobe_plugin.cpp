@@ -12,12 +12,14 @@ namespace xt {
 
 namespace {
 
-// A method table entry: calls Method on the simplugin behind the host pointer.
-template <auto Method>
+// A method table entry of signature Sig: calls Method on the simplugin
+// behind the host pointer. Method's type is spelled from the row's
+// signature, so a simplugin method that differs from its row fails to build.
+template <class Sig, Sig simplugin::*Method>
 struct method_entry;
 
 template <class R, class... A, R (simplugin::*Method)(A...)>
-struct method_entry<Method>
+struct method_entry<R(A...), Method>
 {
     static R call(velk::counted_base* host, A... args)
     {
@@ -25,6 +27,22 @@ struct method_entry<Method>
     }
     static velk::method_fn fn() { return reinterpret_cast<velk::method_fn>(&call); }
 };
+
+// The rows name the indices 0 to method_count - 1, each once, in order:
+// the table is filled by index and copied whole.
+constexpr bool rows_in_table_order()
+{
+    constexpr uint32_t indices[] = {
+#define XT_HOSTPROBE_ROW_INDEX(name, index, signature) index,
+        XT_HOSTPROBE_PLUGIN_METHODS(XT_HOSTPROBE_ROW_INDEX)
+#undef XT_HOSTPROBE_ROW_INDEX
+    };
+    for (uint32_t i = 0; i < hostprobe_plugin::method_count; ++i)
+        if (indices[i] != i)
+            return false;
+    return true;
+}
+static_assert(rows_in_table_order(), "the method rows must number the table from 0, in order");
 
 velk::method_fn* module_method_table = nullptr;
 
@@ -101,9 +119,9 @@ velk::method_fn* hostprobe_plugin::get_method_table()
 {
     if (!module_method_table) {
         velk::method_fn* t = alloc_table();
-        t[m_getMAC] = method_entry<&simplugin::getMAC>::fn();
-        t[m_mersenne_twister] = method_entry<&simplugin::mersenne_twister>::fn();
-        t[m_testfunction] = method_entry<&simplugin::testfunction>::fn();
+#define XT_HOSTPROBE_ENTRY(name, index, signature) t[index] = method_entry<signature, &simplugin::name>::fn();
+        XT_HOSTPROBE_PLUGIN_METHODS(XT_HOSTPROBE_ENTRY)
+#undef XT_HOSTPROBE_ENTRY
         module_method_table = t;
     }
     return module_method_table;

@@ -3,16 +3,34 @@
 //
 // Generated shape: the interface class answers the identity slots and calls
 // through the method table; the dispatcher binds a native object and the
-// table; the creators make or reuse a dispatcher and bind it.
+// table; the creators make or reuse a dispatcher and bind it. The methods,
+// their indices and signatures come from plugin/hostprobe_plugin_methods.h
+// alone: the index enum, the accessors and the table all expand that list.
 #pragma once
 
 #include "comm/charstr.h"
 #include "interface/stubsmith_interface.h"
+#include "plugin/hostprobe_plugin_methods.h"
 
 #include <atomic>
 #include <cstdint>
+#include <utility>
 
 namespace xt {
+
+// What a row's signature R(A...) tells of its method: the result, the
+// argument count, and the type of its method table entry, which takes the
+// interface's host pointer before the arguments.
+template <class Sig>
+struct method_signature;
+
+template <class R, class... A>
+struct method_signature<R(A...)>
+{
+    using result = R;
+    using entry = R (*)(velk::counted_base*, A...);
+    static constexpr uint32_t arity = sizeof...(A);
+};
 
 class hostprobe_plugin : public velk::stubsmith_interface
 {
@@ -26,8 +44,16 @@ public:
     // The host's own interface, known to this module by its hash only.
     static constexpr uint32_t host_interface_hash = 0x38934D07u;
 
-    // Indices of the method table.
-    enum method_index : uint32_t { m_getMAC = 0, m_mersenne_twister = 1, m_testfunction = 2, method_count = 3 };
+    // Indices of the method table, m_<name> for each row; method_count is
+    // the number of rows.
+#define XT_HOSTPROBE_INDEX(name, index, signature) m_##name = index,
+#define XT_HOSTPROBE_COUNT(name, index, signature) +1
+    enum method_index : uint32_t {
+        XT_HOSTPROBE_PLUGIN_METHODS(XT_HOSTPROBE_INDEX)
+        method_count = 0 XT_HOSTPROBE_PLUGIN_METHODS(XT_HOSTPROBE_COUNT)
+    };
+#undef XT_HOSTPROBE_INDEX
+#undef XT_HOSTPROBE_COUNT
 
     static const velk::tokenhash& name();
 
@@ -42,10 +68,27 @@ public:
     velk::creator_fn wrapper_creator(velk::backend b) const override;
     const velk::token& wrapper_key(velk::backend b) const override;
 
-    // The text of the machine's network adapters (see adapter_text).
-    velk::charstr getMAC() const { return call_method<velk::charstr>(m_getMAC); }
-    uint32_t mersenne_twister(uint32_t seed) const { return call_method<uint32_t>(m_mersenne_twister, seed); }
-    int32_t testfunction(int32_t x) const { return call_method<int32_t>(m_testfunction, x); }
+    // Calls entry index of the bound method table as Sig, the signature of
+    // that index's row. The arguments convert to Sig's parameter types as
+    // in a call of a function of that signature. The object must be bound
+    // (method_table() not null); what the method throws reaches the caller.
+    template <class Sig, class... A>
+    typename method_signature<Sig>::result call(uint32_t index, A&&... args) const
+    {
+        auto fn = reinterpret_cast<typename method_signature<Sig>::entry>(_method_table[index]);
+        return fn(_host.get(), std::forward<A>(args)...);
+    }
+
+    // One accessor per row, named as the method: p->getMAC(),
+    // p->mersenne_twister(5489), p->testfunction(21).
+#define XT_HOSTPROBE_ACCESSOR(name, index, signature)                        \
+    template <class... A>                                                     \
+    typename method_signature<signature>::result name(A&&... args) const      \
+    {                                                                         \
+        return call<signature>(m_##name, std::forward<A>(args)...);           \
+    }
+    XT_HOSTPROBE_PLUGIN_METHODS(XT_HOSTPROBE_ACCESSOR)
+#undef XT_HOSTPROBE_ACCESSOR
 
     // The module's table, allocated on the first request and never freed.
     // Unguarded: two threads racing on the first use fill equal tables.

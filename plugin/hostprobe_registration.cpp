@@ -3,14 +3,15 @@
 //
 // Three groups, started in this order: native (keys 1-2), JavaScript (3-6)
 // and Lua (7-10). Their sites stay in this one file, since only definitions
-// of one translation unit start in a fixed order. The Lua group joins with
-// its binding. Each group's keys are taken out again by the module's exit
+// of one translation unit start in a fixed order. Each group's keys are taken out again by the module's exit
 // functions, in reverse order, when the module is unloaded.
 //
 // Linked into the plug-in module only: a program that links the plug-in's
 // objects directly (the tests) registers nothing by accident.
 #include "bindings/js/hostprobe_plugin_js_creator.h"
 #include "bindings/js/hostprobe_plugin_js_dispatcher.h"
+#include "bindings/lua/hostprobe_plugin_lua_creator.h"
+#include "bindings/lua/hostprobe_plugin_lua_dispatcher.h"
 #include "interface/ifc_autoregger.h"
 #include "plugin/hostprobe_plugin.h"
 
@@ -18,6 +19,7 @@ namespace {
 
 using xt::hostprobe_plugin_dispatcher;
 using xt::js::hostprobe_plugin_js_dispatcher;
+using xt::lua::hostprobe_plugin_lua_dispatcher;
 
 // Keys 1-2.
 void register_native_group(bool on)
@@ -36,7 +38,19 @@ void register_js_group(bool on)
     velk::register_key(on, hostprobe_plugin_js_dispatcher::maker_js_key, &hostprobe_plugin_js_dispatcher::maker_js);
 }
 
+// Keys 7-10.
+void register_lua_group(bool on)
+{
+    velk::register_key(on, hostprobe_plugin_lua_dispatcher::register_class_key,
+                       &hostprobe_plugin_lua_dispatcher::register_class);
+    velk::register_key(on, xt::lua::creator_lua_key, &xt::lua::create_with_script);
+    velk::register_key(on, hostprobe_plugin_lua_dispatcher::create_lua_key, &hostprobe_plugin_lua_dispatcher::create_lua);
+    velk::register_key(on, hostprobe_plugin_lua_dispatcher::wrapper_lua_key,
+                       &hostprobe_plugin_lua_dispatcher::wrapper_lua);
+}
+
 const velk::autoregger_site<&register_native_group> native_group;
 const velk::autoregger_site<&register_js_group> js_group;
+const velk::autoregger_site<&register_lua_group> lua_group;
 
 } // namespace

@@ -2,7 +2,7 @@
 # The main job: set up, build, and run the reference host. With arguments they
 # go to the host as they are; without, the host shows its engines, calls
 # each method of the plug-in through the interface registry, and runs the
-# example script examples/probe.js.
+# example scripts examples/probe.js and examples/probe.lua.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 "$root/scripts/setup.sh"
@@ -16,3 +16,4 @@ echo "getMAC: $("$host" call getMAC)"
 echo "mersenne_twister(5489): $("$host" call mersenne_twister 5489)"
 echo "testfunction(21): $("$host" call testfunction 21)"
 "$host" run "$root/examples/probe.js"
+"$host" run "$root/examples/probe.lua"

@@ -14,19 +14,19 @@ namespace {
 using dispatcher = hostprobe_plugin_js_dispatcher;
 using script_object = velk::js::script_object<dispatcher>;
 
-// -- The methods, as the generator describes them ------------------------------
+// -- The methods, one method_info per row of the method list --------------------
 
-constexpr velk::js::method_info<velk::charstr()> getMAC_info{
-    "getMAC", "hostprobe_plugin.getMAC", hostprobe_plugin::m_getMAC};
-constexpr velk::js::method_info<uint32_t(uint32_t)> mersenne_twister_info{
-    "mersenne_twister", "hostprobe_plugin.mersenne_twister", hostprobe_plugin::m_mersenne_twister};
-constexpr velk::js::method_info<int32_t(int32_t)> testfunction_info{
-    "testfunction", "hostprobe_plugin.testfunction", hostprobe_plugin::m_testfunction};
+#define XT_HOSTPROBE_JS_INFO(name, index, signature)                    \
+    constexpr velk::js::method_info<signature> name##_info{              \
+        #name, "hostprobe_plugin." #name, hostprobe_plugin::m_##name};
+XT_HOSTPROBE_PLUGIN_METHODS(XT_HOSTPROBE_JS_INFO)
+#undef XT_HOSTPROBE_JS_INFO
 
+// The methods in table order, then the functions every interface object has.
 const velk::js::function_entry function_table[] = {
-    {getMAC_info.name, &script_object::method<getMAC_info>},
-    {mersenne_twister_info.name, &script_object::method<mersenne_twister_info>},
-    {testfunction_info.name, &script_object::method<testfunction_info>},
+#define XT_HOSTPROBE_JS_FUNCTION(name, index, signature) {#name, &script_object::method<name##_info>},
+    XT_HOSTPROBE_PLUGIN_METHODS(XT_HOSTPROBE_JS_FUNCTION)
+#undef XT_HOSTPROBE_JS_FUNCTION
     {"$log", &velk::js::log_callback},
     {"$query_interface", &velk::js::query_interface_callback},
     {"$rebind_events", &script_object::rebind_events},

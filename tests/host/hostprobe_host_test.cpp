@@ -3,6 +3,8 @@
 // through the registry and calls its methods. HOSTPROBE and HOSTPROBE_PLUGIN
 // are paths from the build.
 #include "plugin/adapter_text.h"
+#include "plugin/hostprobe_plugin.h"
+#include "plugin/hostprobe_plugin_methods.h"
 #include "plugin/os/adapters.h"
 #include "tests/child_process.h"
 
@@ -30,6 +32,34 @@ std::set<std::string> lines_of(const std::string& text)
     for (std::string line; std::getline(in, line);)
         lines.insert(line);
     return lines;
+}
+
+// The names of the interface's methods, from the method list.
+std::vector<std::string> method_names()
+{
+    return {
+#define METHOD_NAME(name, index, signature) #name,
+        XT_HOSTPROBE_PLUGIN_METHODS(METHOD_NAME)
+#undef METHOD_NAME
+    };
+}
+
+// A call of each method of the list with arguments of its signature: "1"
+// for each number.
+struct listed_call
+{
+    std::string name;
+    std::vector<std::string> args;
+};
+
+std::vector<listed_call> listed_calls()
+{
+    return {
+#define METHOD_CALL(name, index, signature) \
+    {#name, std::vector<std::string>(xt::method_signature<signature>::arity, "1")},
+        XT_HOSTPROBE_PLUGIN_METHODS(METHOD_CALL)
+#undef METHOD_CALL
+    };
 }
 
 // A command that must fail: non-zero status, a message, nothing on standard output.
@@ -89,6 +119,25 @@ TEST(HostCall, UnknownMethodIsRefused)
     expect_refused({"call", "getmac"}, "unknown method 'getmac'");
 }
 
+TEST(HostCall, EveryMethodOfTheListIsCalled)
+{
+    for (const listed_call& c : listed_calls()) {
+        std::vector<std::string> args{"call", c.name};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        child_result r = hostprobe(args);
+        EXPECT_EQ(r.exit_status, 0) << c.name << ": " << r.err;
+        EXPECT_EQ(r.err, "") << c.name;
+        EXPECT_TRUE(!r.out.empty() && r.out.back() == '\n') << c.name << " printed no line";
+    }
+}
+
+TEST(HostCall, UnknownMethodNamesEveryMethodOfTheList)
+{
+    child_result r = hostprobe({"call", "getmac"});
+    for (const std::string& name : method_names())
+        EXPECT_NE(r.err.find(name), std::string::npos) << name << " missing in: " << r.err;
+}
+
 TEST(HostCall, MissingMethodIsRefused)
 {
     expect_refused({"call"}, "needs a METHOD");
@@ -145,22 +194,31 @@ TEST(HostKeys, ListsThePluginsKeys)
                                                        "xt::hostprobe_plugin.create@3445205045",
                                                        "xt::hostprobe_plugin.create@creator.js",
                                                        "xt::hostprobe_plugin@wrapper.js",
-                                                       "xt::hostprobe_plugin@maker.js"}));
+                                                       "xt::hostprobe_plugin@maker.js",
+                                                       "xt::hostprobe_plugin.create@creator.lua",
+                                                       "xt::hostprobe_plugin@wrapper.lua"}));
 }
 
 TEST(HostKeys, MethodNarrowsTheList)
 {
     EXPECT_EQ(lines_of(hostprobe({"keys", "xt::hostprobe_plugin.create"}).out),
               (std::set<std::string>{"xt::hostprobe_plugin.create@3445205045",
-                                     "xt::hostprobe_plugin.create@creator.js"}));
+                                     "xt::hostprobe_plugin.create@creator.js",
+                                     "xt::hostprobe_plugin.create@creator.lua"}));
 }
 
 TEST(HostKeys, EmptyScriptListsTheKeysWithoutAScriptPart)
 {
-    // Without a namespace, the script-side creator in xt::js counts too.
+    // Without a namespace, the script-side creators in xt::js and xt::lua count too.
     EXPECT_EQ(lines_of(hostprobe({"keys", "hostprobe_plugin", ""}).out),
               (std::set<std::string>{"xt::hostprobe_plugin@wrapper", "xt::hostprobe_plugin.create@3445205045",
-                                     "xt::js::hostprobe_plugin.create"}));
+                                     "xt::js::hostprobe_plugin.create", "xt::lua::hostprobe_plugin.create"}));
+}
+
+TEST(HostKeys, LuaListsItsLanguagesKeys)
+{
+    EXPECT_EQ(lines_of(hostprobe({"keys", "xt::hostprobe_plugin", "lua"}).out),
+              (std::set<std::string>{"xt::hostprobe_plugin.create@creator.lua", "xt::hostprobe_plugin@wrapper.lua"}));
 }
 
 TEST(HostKeys, ScriptListsItsLanguagesKeys)
@@ -233,6 +291,26 @@ TEST(HostCommands, HelpListsEveryCommand)
     std::string out = hostprobe({"--help"}).out;
     for (const char* command : {"version", "keys NAME", "keys --pattern REGEX", "call METHOD", "--plugin PATH"})
         EXPECT_NE(out.find(command), std::string::npos) << command;
+}
+
+TEST(HostCommands, HelpListsEveryMethodOfTheList)
+{
+    std::string out = hostprobe({"--help"}).out;
+    for (const std::string& name : method_names())
+        EXPECT_NE(out.find(" " + name), std::string::npos) << name;
+}
+
+TEST(HostCommands, HelpTellsTheArgumentsOfTheMethods)
+{
+    std::string out = hostprobe({"--help"}).out;
+    EXPECT_NE(out.find("mersenne_twister N (unsigned 32-bit)"), std::string::npos) << out;
+    EXPECT_NE(out.find("testfunction N (signed 32-bit)"), std::string::npos) << out;
+}
+
+TEST(HostCommands, HelpNamesBothScriptLanguagesOfRun)
+{
+    std::string out = hostprobe({"--help"}).out;
+    EXPECT_NE(out.find("JavaScript (.js) or Lua (.lua)"), std::string::npos) << out;
 }
 
 TEST(HostCommands, UnknownCommandIsRefused)

@@ -1,7 +1,7 @@
-// `hostprobe run` as a user runs it, in a child process: the example script
-// prints what the plug-in computes in this process too, and a failing
-// script ends the host with its words on standard error. HOSTPROBE and
-// EXAMPLES_DIR are paths from the build.
+// `hostprobe run` as a user runs it, in a child process, for JavaScript and
+// Lua: the example scripts print what the plug-in computes in this process
+// too, and a failing script ends the host with its words on standard error.
+// HOSTPROBE and EXAMPLES_DIR are paths from the build.
 #include "plugin/adapter_text.h"
 #include "plugin/mersenne_twister.h"
 #include "plugin/os/adapters.h"
@@ -57,10 +57,22 @@ protected:
         return path;
     }
 
+    // Runs the host from dir, so that a script named by its bare name is
+    // named so in Lua's messages ("a.lua:2: ...").
+    child_result hostprobe_in_dir(const std::vector<std::string>& args)
+    {
+        std::filesystem::path cwd = std::filesystem::current_path();
+        std::filesystem::current_path(dir);
+        child_result r = hostprobe(args);
+        std::filesystem::current_path(cwd);
+        return r;
+    }
+
     std::string dir;
 };
 
 const std::string probe_js = std::string(EXAMPLES_DIR) + "/probe.js";
+const std::string probe_lua = std::string(EXAMPLES_DIR) + "/probe.lua";
 
 } // namespace
 
@@ -224,4 +236,185 @@ TEST_F(HostRun, LongLoopOfCallsEndsCleanly)
     EXPECT_EQ(r.exit_status, 0) << r.err;
     EXPECT_EQ(r.signal, 0);
     EXPECT_EQ(r.out, "INFO: [js] done 200000\n");
+}
+
+// -- Lua: the example ------------------------------------------------------------------------------
+
+TEST(HostRunLuaExample, ExitsWithoutError)
+{
+    child_result r = hostprobe({"run", probe_lua});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+}
+
+TEST(HostRunLuaExample, PrintsTheMacTextOfThisMachine)
+{
+    velk::charstr mac = xt::query_adapter_text(&xt::os::list_adapter_addresses);
+    std::vector<std::string> lines = lines_of(hostprobe({"run", probe_lua}).out);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0], "[probe.lua] getMAC: " + std::string(mac.c_str()));
+}
+
+TEST(HostRunLuaExample, PrintsTheGeneratorsOutputForTheSeed)
+{
+    std::vector<std::string> lines = lines_of(hostprobe({"run", probe_lua}).out);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[1], "[probe.lua] mersenne_twister(5489): " + std::to_string(xt::mt19937_first_output(5489)));
+}
+
+TEST(HostRunLuaExample, PrintsTheDoubledNumber)
+{
+    std::vector<std::string> lines = lines_of(hostprobe({"run", probe_lua}).out);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[2], "[probe.lua] testfunction(21): 42");
+}
+
+// -- Lua: scripts -------------------------------------------------------------------------------------
+
+TEST_F(HostRun, LuaScriptLogsItsLinesOnStandardOutput)
+{
+    child_result r = hostprobe({"run", script("ok.lua", "log('twice ' .. probe:testfunction(21))\n")});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.out, "[ok.lua] twice 42\n");
+    EXPECT_EQ(r.err, "");
+}
+
+TEST_F(HostRun, LuaSyntaxErrorExitsWithLuasMessageFileAndLine)
+{
+    script("bad.lua", "local a = 1\nlocal = 2\n");
+    child_result r = hostprobe_in_dir({"run", "bad.lua"});
+    EXPECT_EQ(r.exit_status, 1);
+    EXPECT_EQ(r.err, "bad.lua:2: '<name>' expected near '='\n");
+    EXPECT_EQ(r.out, "");
+}
+
+TEST_F(HostRun, LuaRunTimeErrorExitsWithFileAndLine)
+{
+    script("rt.lua", "local a = 1\nnope()\n");
+    child_result r = hostprobe_in_dir({"run", "rt.lua"});
+    EXPECT_EQ(r.exit_status, 1);
+    EXPECT_EQ(r.err, "rt.lua:2: attempt to call global 'nope' (a nil value)\n");
+}
+
+TEST_F(HostRun, LuaMethodFailureExitsWithTheCallersFileAndLine)
+{
+    // A native failure reaches the script as a Lua error located at the call.
+    script("arity.lua", "\n\nprobe:testfunction()\n");
+    child_result r = hostprobe_in_dir({"run", "arity.lua"});
+    EXPECT_EQ(r.exit_status, 1);
+    EXPECT_EQ(r.signal, 0);
+    EXPECT_EQ(r.err, "arity.lua(3): Wrong number of arguments in hostprobe_plugin.testfunction\n");
+}
+
+TEST_F(HostRun, LuaErrorPathIsTheOneTheUserGave)
+{
+    std::string path = script("sub/deep.lua", "error('stop')\n");
+    child_result r = hostprobe_in_dir({"run", "sub/deep.lua"});
+    EXPECT_EQ(r.exit_status, 1);
+    EXPECT_EQ(r.err, "sub/deep.lua:1: stop\n");
+}
+
+TEST_F(HostRun, LuaErrorWithoutTextNamesTheFile)
+{
+    script("table.lua", "error({})\n");
+    child_result r = hostprobe_in_dir({"run", "table.lua"});
+    EXPECT_EQ(r.exit_status, 1);
+    EXPECT_EQ(r.err, "table.lua: the script raised an error that is no text\n");
+}
+
+TEST_F(HostRun, LuaLinesBeforeTheErrorAreKept)
+{
+    script("half.lua", "log('before')\nerror('stop')\n");
+    child_result r = hostprobe_in_dir({"run", "half.lua"});
+    EXPECT_EQ(r.exit_status, 1);
+    EXPECT_EQ(r.out, "[half.lua] before\n");
+    EXPECT_EQ(r.err, "half.lua:2: stop\n");
+}
+
+TEST_F(HostRun, MissingLuaScriptExitsWithNotFound)
+{
+    child_result r = hostprobe({"run", dir + "absent.lua"});
+    EXPECT_EQ(r.exit_status, 1);
+    EXPECT_EQ(r.err, dir + "absent.lua not found\n");
+    EXPECT_EQ(r.out, "");
+}
+
+TEST_F(HostRun, EmptyLuaScriptPrintsNothing)
+{
+    child_result r = hostprobe({"run", script("empty.lua", "")});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "");
+}
+
+TEST_F(HostRun, LuaBindNamesTheObject)
+{
+    std::string path = script("bind.lua", "log(tostring(probe) .. ' ' .. p:testfunction(5))");
+    child_result r = hostprobe({"run", "--bind", "p", path});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.out, "[bind.lua] nil 10\n");
+}
+
+TEST_F(HostRun, LuaLogLineKeepsItsLevelWord)
+{
+    // Lua's log takes the level from the text when the line is delivered,
+    // and leaves the text, level word and all, as it was.
+    child_result r = hostprobe({"run", script("levels.lua", "log('error: broken')")});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.out, "[levels.lua] error: broken\n");
+}
+
+TEST_F(HostRun, LuaLongLoopOfCallsEndsCleanly)
+{
+    std::string path = script("many.lua", "local s = 0\nfor i = 1, 100000 do s = s + probe:testfunction(1) end\n"
+                                          "log('done ' .. s)");
+    child_result r = hostprobe({"run", path});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.signal, 0);
+    EXPECT_EQ(r.out, "[many.lua] done 200000\n");
+}
+
+TEST_F(HostRun, LuaObjectKeptInAGlobalEndsBeforeTheUnload)
+{
+    // The script's own reference outlives the run: the state closes, and
+    // the dispatcher with it, before the plug-in's code goes.
+    std::string path = script("kept.lua", "kept = probe\nsaved = { probe, probe }\n");
+    child_result r = hostprobe({"run", path});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.signal, 0);
+    EXPECT_EQ(r.err, "");
+}
+
+// -- The language by extension ------------------------------------------------------------------------
+
+TEST_F(HostRun, OtherExtensionIsAUsageError)
+{
+    child_result r = hostprobe({"run", script("probe.py", "print(1)\n")});
+    EXPECT_EQ(r.exit_status, 2);
+    EXPECT_EQ(r.out, "");
+    EXPECT_NE(r.err.find("is neither JavaScript nor Lua: the file's name must end in .js or .lua"), std::string::npos)
+        << r.err;
+}
+
+TEST_F(HostRun, NameWithoutExtensionIsAUsageError)
+{
+    EXPECT_EQ(hostprobe({"run", script("probe", "log('x')\n")}).exit_status, 2);
+}
+
+TEST_F(HostRun, ExtensionIsReadFromTheNameNotTheFolder)
+{
+    // "lib.lua/" is a folder; the file's own name has no extension.
+    EXPECT_EQ(hostprobe({"run", script("lib.lua/probe", "log('x')\n")}).exit_status, 2);
+}
+
+TEST_F(HostRun, ExtensionIsCheckedBeforeTheFileIsLookedFor)
+{
+    child_result r = hostprobe({"run", dir + "absent.txt"});
+    EXPECT_EQ(r.exit_status, 2);
+    EXPECT_EQ(r.err.find("not found"), std::string::npos) << r.err;
+}
+
+TEST_F(HostRun, UpperCaseExtensionIsAUsageError)
+{
+    EXPECT_EQ(hostprobe({"run", script("PROBE.LUA", "log('x')\n")}).exit_status, 2);
 }

@@ -120,7 +120,9 @@ TEST_F(OtherVersion, PluginsKeysAreRefusedOneByOne)
     std::vector<std::string> expected;
     for (const char* key : {"xt::hostprobe_plugin@wrapper", "xt::hostprobe_plugin.create@3445205045",
                             "xt::hostprobe_plugin.create@creator.js", "xt::js::hostprobe_plugin.create",
-                            "xt::hostprobe_plugin@wrapper.js", "xt::hostprobe_plugin@maker.js"})
+                            "xt::hostprobe_plugin@wrapper.js", "xt::hostprobe_plugin@maker.js",
+                            "lua::register_class.xt_hostprobe_plugin", "xt::hostprobe_plugin.create@creator.lua",
+                            "xt::lua::hostprobe_plugin.create", "xt::hostprobe_plugin@wrapper.lua"})
         expected.push_back(std::string("declined interface registration for ") + key +
                            ", mismatched stubsmith version (v7)");
     EXPECT_EQ(lines, expected);

@@ -199,6 +199,32 @@ TEST(MethodTable, SameTableOnEveryRequest)
     EXPECT_EQ(hostprobe_plugin::get_method_table(), hostprobe_plugin::get_method_table());
 }
 
+TEST(MethodTable, EveryRowOfTheListHasItsEntry)
+{
+    velk::method_fn* t = hostprobe_plugin::get_method_table();
+#define EXPECT_ENTRY(name, index, signature) EXPECT_NE(t[index], nullptr) << #name;
+    XT_HOSTPROBE_PLUGIN_METHODS(EXPECT_ENTRY)
+#undef EXPECT_ENTRY
+}
+
+TEST(MethodTable, EntriesAreTheMethodsOfTheirRows)
+{
+    // Each index calls its own method: 5489 tells the three apart.
+    velk::iref<hostprobe_plugin> p = create_plugin();
+    velk::method_fn* t = hostprobe_plugin::get_method_table();
+    using mt = uint32_t (*)(velk::counted_base*, uint32_t);
+    using tf = int32_t (*)(velk::counted_base*, int32_t);
+    EXPECT_EQ(reinterpret_cast<mt>(t[hostprobe_plugin::m_mersenne_twister])(p->host(), 5489), 3499211612u);
+    EXPECT_EQ(reinterpret_cast<tf>(t[hostprobe_plugin::m_testfunction])(p->host(), 5489), 10978);
+}
+
+TEST(MethodTable, AccessorConvertsItsArgumentAsTheRowsSignature)
+{
+    // A 64-bit argument reaches the 32-bit entry cut, as a call of a function
+    // of the row's signature would pass it.
+    EXPECT_EQ(create_plugin()->testfunction(int64_t{0x100000015}), 42);
+}
+
 TEST(DispatcherDestructor, ClearsTableAndReleasesHost)
 {
     host_interface_stub::alive = 0;

@@ -54,9 +54,17 @@ bool is_loaded(const char* path)
     return h != nullptr;
 }
 
-// The keys the plug-in enters: the native group (2) and the JavaScript
-// group (4).
-constexpr uint64_t plugin_key_count = 6;
+// The keys the plug-in enters: the native group (2), the JavaScript group
+// (4) and the Lua group (4).
+constexpr uint64_t plugin_key_count = 10;
+
+// The Lua group, keys 7 to 10, in the order of registration.
+const char* const lua_group_keys[] = {
+    "lua::register_class.xt_hostprobe_plugin",
+    "xt::hostprobe_plugin.create@creator.lua",
+    "xt::lua::hostprobe_plugin.create",
+    "xt::hostprobe_plugin@wrapper.lua",
+};
 
 velk::creator_fn native_creator() { return velk::get_creator(hostprobe_plugin::native_creator_key); }
 velk::creator_fn native_wrapper_creator() { return velk::get_creator(hostprobe_plugin::native_wrapper_key); }
@@ -108,6 +116,20 @@ TEST_F(PluginModule, EntersItsNativeWrapperKey)
 TEST_F(PluginModule, EntersTheKeysOfItsGroups)
 {
     EXPECT_EQ(velk::registrar()->count(), keys_without_plugin + plugin_key_count);
+}
+
+TEST_F(PluginModule, EntersTheKeysOfTheLuaGroup)
+{
+    for (const char* key : lua_group_keys)
+        EXPECT_NE(velk::get_creator(key), nullptr) << key;
+}
+
+TEST_F(PluginModule, LuaGroupsCreatorsLieInThePlugin)
+{
+    for (const char* key : lua_group_keys)
+        EXPECT_EQ(velk::os::module_handle_of(reinterpret_cast<const void*>(velk::get_creator(key))),
+                  plugin->module_handle())
+            << key;
 }
 
 TEST_F(PluginModule, CreatorsLieInThePlugin)
@@ -184,6 +206,13 @@ TEST_F(PluginModule, UnloadingRemovesThePluginsKeys)
     plugin->close();
     EXPECT_EQ(native_creator(), nullptr);
     EXPECT_EQ(native_wrapper_creator(), nullptr);
+}
+
+TEST_F(PluginModule, UnloadingRemovesTheKeysOfTheLuaGroup)
+{
+    plugin->close();
+    for (const char* key : lua_group_keys)
+        EXPECT_EQ(velk::get_creator(key), nullptr) << key;
 }
 
 TEST_F(PluginModule, UnloadingRemovesExactlyThePluginsKeys)

@@ -1,0 +1,27 @@
+// js_runner: the reference host runs a JavaScript file with the plug-in's
+// interface object, as a scriptable host does.
+//
+// The host starts V8 and one isolate, and asks the registry for the
+// plug-in's context creator ("xt::hostprobe_plugin.create@creator.js"),
+// which makes the interface object for a new host_interface object, binds
+// it in a fresh context under the request's name, and runs the file there.
+// The root of $include paths is the place's root; the script is named by
+// the place's url ("file:///" and its path below the root) in messages, so
+// that its includes resolve from where it lies.
+#pragma once
+
+#include "host/commands.h"
+#include "host/script_runner.h"
+
+namespace host {
+
+// Runs the JavaScript file of place with the loaded plug-in. Gives the exit
+// status: 0 when it ran; 1, with the creator's words on standard error
+// (e.g. "file:///a.js(3): ReferenceError: x is not defined (load_script)"),
+// when the plug-in has no context creator, the file can't be read, or the
+// script fails to compile or throws. V8 starts once per process, so a
+// process runs one script. Throws velk::exception when the process has no
+// registry, std::bad_alloc.
+int run_js_script(const run_request& r, const script_place& place);
+
+} // namespace host
