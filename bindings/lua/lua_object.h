@@ -76,16 +76,15 @@ inline constexpr bool is_text_v = std::is_same_v<T, charstr>;
 template <class T>
 T argument_from_lua(lua_State* L, int index)
 {
-    lua_pushvalue(L, index);
     if constexpr (is_text_v<T>) {
+        lua_pushvalue(L, index);
         T text;
         text_from_lua(L, text); // pops
         return text;
     } else {
+        // Read in place: a copy pushed and popped again would read the same.
         static_assert(std::is_integral_v<T> && sizeof(T) == 4, "a method argument of a type the binding can't pass");
-        auto v = static_cast<T>(static_cast<int32_t>(lua_tointeger(L, -1)));
-        lua_settop(L, -2);
-        return v;
+        return static_cast<T>(static_cast<int32_t>(lua_tointeger(L, index)));
     }
 }
 
@@ -101,16 +100,22 @@ void push_result(lua_State* L, const T& v)
     }
 }
 
-// The "__cthis" pointer of the object table at index: null when the
-// userdata holds null or isn't one. The caller has tested the field exists.
-inline stubsmith_interface* cthis_of(lua_State* L, int index)
+// The test of lua_hasfield and the read of the field in one raw lookup, as
+// a method's hot path wants it: false when the value at index (> 0) is no
+// table with "__cthis"; else true, and out is the pointer in its userdata,
+// null when that holds null or is no pointer-sized userdata.
+inline bool find_cthis(lua_State* L, int index, stubsmith_interface*& out)
 {
-    lua_getfield(L, index, names::cthis);
+    if (!lua_istable(L, index))
+        return false;
+    lua_pushtoken(L, names::cthis);
+    lua_rawget(L, index);
+    bool found = !lua_isnil(L, -1);
     void* p = lua_touserdata(L, -1);
     // A userdata of another size is not one that make_object made.
-    stubsmith_interface* ifc = p && lua_objlen(L, -1) == sizeof(void*) ? *static_cast<stubsmith_interface**>(p) : nullptr;
+    out = p && lua_objlen(L, -1) == sizeof(void*) ? *static_cast<stubsmith_interface**>(p) : nullptr;
     lua_settop(L, -2);
-    return ifc;
+    return found;
 }
 
 template <class D>
@@ -197,9 +202,9 @@ private:
     {
         if (lua_gettop(L) != static_cast<int>(sizeof...(A)) + 1)
             throw exception(m.wrong_count);
-        if (!lua_hasfield(L, 1, names::cthis))
+        stubsmith_interface* d;
+        if (!find_cthis(L, 1, d))
             throw exception(m.not_object);
-        stubsmith_interface* d = cthis_of(L, 1);
         if (!d)
             throw exception(m.null_object);
         stubsmith_interface* target = d->real_interface();
@@ -238,8 +243,7 @@ private:
             return 0;
         lua_insert(L, 1); // the message, the last argument, to the bottom
         stubsmith_interface* object = nullptr;
-        if (lua_hasfield(L, -1, names::cthis)) {
-            object = cthis_of(L, -1);
+        if (find_cthis(L, lua_gettop(L), object)) {
             if (!object)
                 throw exception("Null interface object in log");
             lua_settop(L, -2);
