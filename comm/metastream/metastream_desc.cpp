@@ -28,7 +28,15 @@ structure_map::~structure_map()
 
 type_desc* structure_map::find(const token& name) const
 {
-    return const_cast<type_desc*>(map->table.find_value(name));
+    if (_recent) {
+        const token& t = _recent->type_name;
+        if (t.lens() == name.lens() && (t.ptr() == name.ptr() || token_key_equal()(t, name)))
+            return _recent;
+    }
+    type_desc* d = const_cast<type_desc*>(map->table.find_value(name));
+    if (d)
+        _recent = d;
+    return d;
 }
 
 type_desc* structure_map::create(const token& name, bstype::kind kind, uintptr_t stream_fn)

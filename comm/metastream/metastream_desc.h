@@ -133,6 +133,13 @@ public:
 
     dynarray<var_desc*, uint32_t> stack; // array and structure variables under definition
     map_proper* map;                     // owned
+
+private:
+    // The descriptor found last. A run looks up the same name again and
+    // again, and hashing a run-time type name byte by byte costs more than
+    // comparing it: a name equal to this one's is answered without the
+    // table. Descriptors never move, so the pointer stays good.
+    mutable type_desc* _recent = nullptr;
 };
 
 // Appends a member to parent's children and gives its address: desc, a

@@ -62,6 +62,13 @@ void* charstr_next(void* obj, uint64_t& index)
     return static_cast<charstr*>(obj)->ptr() + index++;
 }
 
+// The run-time type name, measured once: every run defines the type anew.
+const token& charstr_type_name()
+{
+    static const token name(typeid(charstr).name());
+    return name;
+}
+
 } // namespace
 
 void stream_meta(metastream& m, charstr* obj)
@@ -81,7 +88,7 @@ void stream_meta(metastream& m, charstr* obj)
         binstream_container_fixed_array<char, uint32_t> c(obj->ptr(), obj->lens(), bstype::kind::char_word,
                                                           &stream_char, &stream_char);
         m.write_container(c);
-    } else if (m.define_array(typeid(charstr).name(), obj, sizeof(charstr), 0, &charstr_ptr, &charstr_count,
+    } else if (m.define_array(charstr_type_name(), obj, sizeof(charstr), 0, &charstr_ptr, &charstr_count,
                               &charstr_push, &charstr_next, meta::dynamic_array_size)) {
         m.define_primitive("char", bstype::kind::char_word);
     }
