@@ -11,6 +11,7 @@
 // `ratio`; the goal is 1.3 or less.
 // mersenne_twister and getMAC do real work per call, so their loops run
 // N/100 and N/1000 calls.
+#include "bench/script_loop_bench.h"
 #include "bindings/js/hostprobe_plugin_js_creator.h"
 #include "interface/registrar.h"
 #include "plugin/hostprobe_plugin.h"
@@ -21,13 +22,9 @@
 #include <libplatform/libplatform.h>
 #include <v8.h>
 
-#include <ctime>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -130,18 +127,12 @@ private:
 };
 
 js_bench_host* host = nullptr;
-int64_t calls = 100000;
 
-// One benchmark of a loop: per iteration, one loop of n calls.
+// One benchmark of a loop, in the host's isolate.
 void run_loop(benchmark::State& state, const char* loop, int64_t n)
 {
     v8::Isolate::Scope in_isolate(host->isolate);
-    host->call(loop, n); // warm up: V8 optimises the loop
-    for (auto _ : state)
-        benchmark::DoNotOptimize(host->call(loop, n));
-    state.SetItemsProcessed(state.iterations() * n);
-    state.counters["ns_per_call"] =
-        benchmark::Counter(double(state.iterations() * n), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    bench::run_loop(state, *host, loop, n);
 }
 
 void BM_raw_callback(benchmark::State& state) { run_loop(state, "loop_raw", state.range(0)); }
@@ -149,80 +140,31 @@ void BM_dispatcher_testfunction(benchmark::State& state) { run_loop(state, "loop
 
 void BM_dispatcher_mersenne_twister(benchmark::State& state)
 {
-    run_loop(state, "loop_mersenne_twister", std::max<int64_t>(1, state.range(0) / 100));
+    run_loop(state, "loop_mersenne_twister", bench::calls_of_heavy_loop(state, 100));
 }
 
 void BM_dispatcher_getMAC(benchmark::State& state)
 {
-    run_loop(state, "loop_getMAC", std::max<int64_t>(1, state.range(0) / 1000));
+    run_loop(state, "loop_getMAC", bench::calls_of_heavy_loop(state, 1000));
 }
 
-// The thread's CPU time in nanoseconds: the ratio holds on a busy machine,
-// where wall time counts other processes' turns too.
-double thread_cpu_ns()
-{
-    timespec t{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return double(t.tv_sec) * 1e9 + double(t.tv_nsec);
-}
-
-// Both loops in each iteration, each timed on its own: the ratio of the
-// dispatcher's time to the raw callback's.
+// The dispatcher's time against the raw callback's.
 void BM_dispatcher_vs_raw(benchmark::State& state)
 {
-    const int64_t n = state.range(0);
     v8::Isolate::Scope in_isolate(host->isolate);
-    host->call("loop_raw", n);
-    host->call("loop_testfunction", n);
-    double raw = 0, dispatched = 0;
-    for (auto _ : state) {
-        double t0 = thread_cpu_ns();
-        benchmark::DoNotOptimize(host->call("loop_raw", n));
-        double t1 = thread_cpu_ns();
-        benchmark::DoNotOptimize(host->call("loop_testfunction", n));
-        double t2 = thread_cpu_ns();
-        raw += t1 - t0;
-        dispatched += t2 - t1;
-    }
-    double total = double(state.iterations() * n);
-    state.counters["raw_ns_per_call"] = raw / total;
-    state.counters["dispatcher_ns_per_call"] = dispatched / total;
-    state.counters["ratio"] = dispatched / raw;
-}
-
-// --calls=N, taken out of the arguments before the benchmark library sees them.
-void take_calls_argument(int& argc, char** argv)
-{
-    int out = 1;
-    for (int i = 1; i < argc; ++i) {
-        if (!strncmp(argv[i], "--calls=", 8))
-            calls = std::max<int64_t>(1, atoll(argv[i] + 8));
-        else
-            argv[out++] = argv[i];
-    }
-    argc = out;
+    bench::compare_loops(state, *host, "loop_raw", "loop_testfunction", state.range(0));
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    take_calls_argument(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    host = new js_bench_host;
-    benchmark::RegisterBenchmark("BM_raw_callback", &BM_raw_callback)->Arg(calls)->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark("BM_dispatcher_testfunction", &BM_dispatcher_testfunction)
-        ->Arg(calls)
-        ->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark("BM_dispatcher_vs_raw", &BM_dispatcher_vs_raw)->Arg(calls)->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark("BM_dispatcher_mersenne_twister", &BM_dispatcher_mersenne_twister)
-        ->Arg(calls)
-        ->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark("BM_dispatcher_getMAC", &BM_dispatcher_getMAC)->Arg(calls)->Unit(benchmark::kMillisecond);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    delete host;
-    return 0;
+    return bench::loop_bench_main(argc, argv, host,
+                                  {
+                                      {"BM_raw_callback", &BM_raw_callback},
+                                      {"BM_dispatcher_testfunction", &BM_dispatcher_testfunction},
+                                      {"BM_dispatcher_vs_raw", &BM_dispatcher_vs_raw},
+                                      {"BM_dispatcher_mersenne_twister", &BM_dispatcher_mersenne_twister},
+                                      {"BM_dispatcher_getMAC", &BM_dispatcher_getMAC},
+                                  });
 }

@@ -16,6 +16,7 @@
 // each iteration, in the thread's CPU time, and report dispatcher/raw as
 // `ratio`; the goal for testfunction is 1.5 or less. mersenne_twister and
 // getMAC do real work per call, so their loops run N/100 and N/1000 calls.
+#include "bench/script_loop_bench.h"
 #include "bindings/lua/hostprobe_plugin_lua_creator.h"
 #include "bindings/lua/lua_context.h"
 #include "bindings/lua/lua_state.h"
@@ -27,11 +28,8 @@
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <ctime>
 
 #include <lua.hpp>
 
@@ -182,108 +180,47 @@ private:
 };
 
 lua_bench_host* host = nullptr;
-int64_t calls = 100000;
 
-// One benchmark of a loop: per iteration, one loop of n calls.
-void run_loop(benchmark::State& state, const char* loop, int64_t n)
+void BM_raw_testfunction(benchmark::State& state) { bench::run_loop(state, *host, "loop_raw", state.range(0)); }
+
+void BM_dispatcher_testfunction(benchmark::State& state)
 {
-    host->call(loop, n); // warm up: LuaJIT records the loop's trace
-    for (auto _ : state)
-        benchmark::DoNotOptimize(host->call(loop, n));
-    state.SetItemsProcessed(state.iterations() * n);
-    state.counters["ns_per_call"] =
-        benchmark::Counter(double(state.iterations() * n), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    bench::run_loop(state, *host, "loop_testfunction", state.range(0));
 }
-
-void BM_raw_testfunction(benchmark::State& state) { run_loop(state, "loop_raw", state.range(0)); }
-void BM_dispatcher_testfunction(benchmark::State& state) { run_loop(state, "loop_testfunction", state.range(0)); }
 
 void BM_dispatcher_mersenne_twister(benchmark::State& state)
 {
-    run_loop(state, "loop_mersenne_twister", std::max<int64_t>(1, state.range(0) / 100));
+    bench::run_loop(state, *host, "loop_mersenne_twister", bench::calls_of_heavy_loop(state, 100));
 }
 
 void BM_dispatcher_getMAC(benchmark::State& state)
 {
-    run_loop(state, "loop_getMAC", std::max<int64_t>(1, state.range(0) / 1000));
-}
-
-// The thread's CPU time in nanoseconds: the ratio holds on a busy machine,
-// where wall time counts other processes' turns too.
-double thread_cpu_ns()
-{
-    timespec t{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return double(t.tv_sec) * 1e9 + double(t.tv_nsec);
-}
-
-// Both loops in each iteration, each timed on its own: the ratio of the
-// dispatcher's time to the baseline's.
-void compare_loops(benchmark::State& state, const char* raw_loop, const char* dispatcher_loop, int64_t n)
-{
-    host->call(raw_loop, n);
-    host->call(dispatcher_loop, n);
-    double raw = 0, dispatched = 0;
-    for (auto _ : state) {
-        double t0 = thread_cpu_ns();
-        benchmark::DoNotOptimize(host->call(raw_loop, n));
-        double t1 = thread_cpu_ns();
-        benchmark::DoNotOptimize(host->call(dispatcher_loop, n));
-        double t2 = thread_cpu_ns();
-        raw += t1 - t0;
-        dispatched += t2 - t1;
-    }
-    double total = double(state.iterations() * n);
-    state.counters["raw_ns_per_call"] = raw / total;
-    state.counters["dispatcher_ns_per_call"] = dispatched / total;
-    state.counters["ratio"] = dispatched / raw;
+    bench::run_loop(state, *host, "loop_getMAC", bench::calls_of_heavy_loop(state, 1000));
 }
 
 void BM_testfunction_vs_raw_c_function(benchmark::State& state)
 {
-    compare_loops(state, "loop_raw", "loop_testfunction", state.range(0));
+    bench::compare_loops(state, *host, "loop_raw", "loop_testfunction", state.range(0));
 }
 
 // getMAC queries the adapters on each call; the baseline only pushes its
 // text. The ratio shows what the query and the way through to_lua cost.
 void BM_getMAC_vs_raw_pushlstring(benchmark::State& state)
 {
-    compare_loops(state, "loop_raw_getMAC", "loop_getMAC", std::max<int64_t>(1, state.range(0) / 1000));
-}
-
-// --calls=N, taken out of the arguments before the benchmark library sees them.
-void take_calls_argument(int& argc, char** argv)
-{
-    int out = 1;
-    for (int i = 1; i < argc; ++i) {
-        if (!strncmp(argv[i], "--calls=", 8))
-            calls = std::max<int64_t>(1, atoll(argv[i] + 8));
-        else
-            argv[out++] = argv[i];
-    }
-    argc = out;
+    bench::compare_loops(state, *host, "loop_raw_getMAC", "loop_getMAC", bench::calls_of_heavy_loop(state, 1000));
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    take_calls_argument(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    host = new lua_bench_host;
-    auto add = [](const char* name, void (*fn)(benchmark::State&)) {
-        benchmark::RegisterBenchmark(name, fn)->Arg(calls)->Unit(benchmark::kMillisecond);
-    };
-    add("BM_raw_testfunction", &BM_raw_testfunction);
-    add("BM_dispatcher_testfunction", &BM_dispatcher_testfunction);
-    add("BM_testfunction_vs_raw_c_function", &BM_testfunction_vs_raw_c_function);
-    add("BM_dispatcher_mersenne_twister", &BM_dispatcher_mersenne_twister);
-    add("BM_dispatcher_getMAC", &BM_dispatcher_getMAC);
-    add("BM_getMAC_vs_raw_pushlstring", &BM_getMAC_vs_raw_pushlstring);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    delete host;
-    return 0;
+    return bench::loop_bench_main(argc, argv, host,
+                                  {
+                                      {"BM_raw_testfunction", &BM_raw_testfunction},
+                                      {"BM_dispatcher_testfunction", &BM_dispatcher_testfunction},
+                                      {"BM_testfunction_vs_raw_c_function", &BM_testfunction_vs_raw_c_function},
+                                      {"BM_dispatcher_mersenne_twister", &BM_dispatcher_mersenne_twister},
+                                      {"BM_dispatcher_getMAC", &BM_dispatcher_getMAC},
+                                      {"BM_getMAC_vs_raw_pushlstring", &BM_getMAC_vs_raw_pushlstring},
+                                  });
 }

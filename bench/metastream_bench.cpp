@@ -6,6 +6,7 @@
 // CPU time, and report metastream/direct as `ratio`; the goal at 4,096
 // characters is 1.5 or less. The structure benchmark reports out-of-order
 // over in-order as `ratio`.
+#include "bench/thread_cpu_clock.h"
 #include "comm/binstream/binstreambuf.h"
 #include "comm/charstr.h"
 #include "comm/metastream/metastream.h"
@@ -13,7 +14,6 @@
 #include <benchmark/benchmark.h>
 
 #include <cstring>
-#include <ctime>
 
 using namespace velk;
 
@@ -133,12 +133,7 @@ public:
 // call of a few hundred nanoseconds, which must not weigh on a 16-byte copy.
 constexpr int rounds = 64;
 
-double thread_cpu_ns()
-{
-    timespec t{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return double(t.tv_sec) * 1e9 + double(t.tv_nsec);
-}
+using bench::thread_cpu_ns;
 
 struct eight
 {

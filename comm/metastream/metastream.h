@@ -319,6 +319,18 @@ private:
     // Arrays of compound elements in the cache, linked element to element.
     opcd read_elements_cached(binstream_container_base& c, uint64_t n, uint64_t& got);
     opcd write_elements_cached(binstream_container_base& c, uint64_t& got);
+    // Appends an element's link word to buf, unset, and points the previous
+    // element's link (prev; none for the first) at it; gives its offset.
+    static uint64_t append_link(meta::byte_array& buf, uint64_t prev);
+    // Points the last element's link past the end of the array.
+    static void close_links(meta::byte_array& buf, uint64_t last);
+    // One element outside the cache, in a frame of its own: a compound one
+    // through c's streaming function, a primitive one as a value. Throws
+    // when a primitive fails.
+    void stream_element(binstream_container_base& c, void* el, bstype::kind k, bool read);
+    // Steps from the array in cur_var into its element: a new frame whose
+    // variable is the array type's element (none without a description).
+    void enter_element();
     [[noreturn]] void separator_failure(bool read, opcd e);
 
     // The path of open variables: cur_var and cur_index saved and restored.

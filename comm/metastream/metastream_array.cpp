@@ -119,22 +119,7 @@ opcd metastream::read_array_elements(binstream_container_base& c, uint64_t n, ui
         void* el = c.insert(1);
         if (!el)
             return ers::out_of_memory;
-        push_frame();
-        var_desc* array = cur_var;
-        cur_var = array && array->desc->stream_desc->children.size() ? &array->desc->stream_desc->children[0]
-                                                                     : nullptr;
-        cur_index = 0;
-        opcd e;
-        if (!k.is_primitive()) {
-            c.stream_in(this, el, &c);
-        } else if ((e = data_value(el, k, true))) {
-            charstr msg;
-            msg << " - error reading variable '" << (cur_var ? cur_var->name() : token()) << "', error: " << e;
-            raise(0, msg, true);
-        } else {
-            next_var(true);
-        }
-        pop_frame();
+        stream_element(c, el, k, true);
         k.set_flags(kind::flag_element | kind::flag_next_element);
     }
     return {};
@@ -169,28 +154,17 @@ opcd metastream::read_elements_cached(binstream_container_base& c, uint64_t n, u
             next = link + read_word(buf, link);
             cache_stack[level].offs = link + 8;
         } else {
-            uint64_t at = align_end(buf, 8);
-            if (prev_link != none)
-                word_at(buf, prev_link) = at - prev_link;
-            buf.add(8);
-            word_at(buf, at) = none;
-            prev_link = at;
+            prev_link = append_link(buf, prev_link);
         }
-        push_frame();
-        type_desc* ad = cur_var->desc->stream_desc;
-        cur_var = ad->children.size() ? &ad->children[0] : nullptr;
-        cur_index = 0;
+        enter_element();
         c.stream_in(this, el, &c);
         pop_frame();
         cur_cache = &cache_stack[level];
         if (!filling)
             cache_stack[level].offs = next;
     }
-    if (filling && got) {
-        meta::byte_array& buf = *cache_stack[level].buffer;
-        uint64_t end = align_end(buf, 8);
-        word_at(buf, prev_link) = end - prev_link;
-    }
+    if (filling && got)
+        close_links(*cache_stack[level].buffer, prev_link);
     return {};
 }
 
@@ -261,20 +235,7 @@ opcd metastream::write_array_elements(binstream_container_base& c, uint64_t& got
                 if (opcd e = fmt_write->write_array_separator(k, 0))
                     separator_failure(false, e);
         }
-        push_frame();
-        type_desc* ad = cur_var ? cur_var->desc->stream_desc : nullptr;
-        cur_var = ad && ad->children.size() ? &ad->children[0] : nullptr;
-        cur_index = 0;
-        if (!k.is_primitive()) {
-            c.stream_out(this, const_cast<void*>(el), &c);
-        } else if (opcd e = data_value(const_cast<void*>(el), k, false)) {
-            charstr msg;
-            msg << " - error writing variable '" << (cur_var ? cur_var->name() : token()) << "', error: " << e;
-            raise(0, msg, true);
-        } else {
-            next_var(false);
-        }
-        pop_frame();
+        stream_element(c, const_cast<void*>(el), k, false);
         k.set_flags(kind::flag_element | kind::flag_next_element);
     }
     if (seps && !level_active())
@@ -291,27 +252,60 @@ opcd metastream::write_elements_cached(binstream_container_base& c, uint64_t& go
         const void* el = c.extract(1);
         if (!el)
             break;
-        meta::byte_array& buf = *cache_stack[level].buffer;
-        uint64_t at = align_end(buf, 8);
-        if (prev_link != none)
-            word_at(buf, prev_link) = at - prev_link;
-        buf.add(8);
-        word_at(buf, at) = none;
-        prev_link = at;
-        push_frame();
-        type_desc* ad = cur_var->desc->stream_desc;
-        cur_var = ad->children.size() ? &ad->children[0] : nullptr;
-        cur_index = 0;
+        prev_link = append_link(*cache_stack[level].buffer, prev_link);
+        enter_element();
         c.stream_out(this, const_cast<void*>(el), &c);
         pop_frame();
         cur_cache = &cache_stack[level];
     }
-    if (got) {
-        meta::byte_array& buf = *cache_stack[level].buffer;
-        uint64_t end = align_end(buf, 8);
-        word_at(buf, prev_link) = end - prev_link;
-    }
+    if (got)
+        close_links(*cache_stack[level].buffer, prev_link);
     return {};
+}
+
+// -- Elements ------------------------------------------------------------------------------
+
+void metastream::enter_element()
+{
+    push_frame();
+    type_desc* ad = cur_var ? cur_var->desc->stream_desc : nullptr;
+    cur_var = ad && ad->children.size() ? &ad->children[0] : nullptr;
+    cur_index = 0;
+}
+
+void metastream::stream_element(binstream_container_base& c, void* el, kind k, bool read)
+{
+    enter_element();
+    if (!k.is_primitive()) {
+        if (read)
+            c.stream_in(this, el, &c);
+        else
+            c.stream_out(this, el, &c);
+    } else if (opcd e = data_value(el, k, read)) {
+        charstr msg;
+        msg << (read ? " - error reading variable '" : " - error writing variable '")
+            << (cur_var ? cur_var->name() : token()) << "', error: " << e;
+        raise(0, msg, true);
+    } else {
+        next_var(read);
+    }
+    pop_frame();
+}
+
+uint64_t metastream::append_link(meta::byte_array& buf, uint64_t prev)
+{
+    uint64_t at = align_end(buf, 8);
+    if (prev != none)
+        word_at(buf, prev) = at - prev;
+    buf.add(8);
+    word_at(buf, at) = none; // the last element's, until close_links
+    return at;
+}
+
+void metastream::close_links(meta::byte_array& buf, uint64_t last)
+{
+    uint64_t end = align_end(buf, 8);
+    word_at(buf, last) = end - last;
 }
 
 void metastream::separator_failure(bool read, opcd e)

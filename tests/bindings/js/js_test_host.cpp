@@ -4,17 +4,10 @@
 #include "bindings/js/dispatcher_census.h"
 #include "bindings/js/hostprobe_plugin_js_creator.h"
 #include "bindings/js/script_context.h"
-#include "comm/log/logger.h"
 #include "interface/registrar.h"
-#include "tests/log_capture.h"
 
-#include <dlfcn.h>
 #include <libplatform/libplatform.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-#include <map>
 #include <memory>
 
 namespace velk::testing {
@@ -26,9 +19,7 @@ struct environment_state
     std::unique_ptr<v8::Platform> platform;
     v8::ArrayBuffer::Allocator* allocator = nullptr;
     v8::Isolate* isolate = nullptr;
-    void* plugin = nullptr;
-    std::string root;
-    std::vector<logged_line> log;
+    binding_test_host host; // the registry, root folder and plug-in
     std::vector<std::string> refused;
     bool page_enabled = true;
     int page_calls = 0;
@@ -38,35 +29,6 @@ environment_state& state()
 {
     static environment_state s;
     return s;
-}
-
-// Keeps each line in the test's log at its delivery, with the context that
-// the hook was given. Its text is copied out there: the plug-in may append
-// from its own memory space, which must not outlive the plug-in in this
-// program's hands.
-class line_logger : public logger
-{
-public:
-    void enqueue(log_ref& msg) override
-    {
-        const void* context = nullptr;
-        if (auto it = contexts.find(msg.get()); it != contexts.end()) {
-            context = it->second;
-            contexts.erase(it);
-        }
-        token s = msg->source();
-        state().log.push_back({msg->type(), std::string(s.ptr() ? s.ptr() : "", s.lens()), log_body(*msg), context});
-    }
-
-    std::map<const logmsg*, const void*> contexts;
-};
-
-void capture_line(log_ref& out, int32_t type, const tokenhash& source, const void* context)
-{
-    static line_logger lines;
-    out = lines.create_msg(type, source, context);
-    if (out)
-        lines.contexts[out.get()] = context;
 }
 
 bool judge_path(const token& relative)
@@ -107,14 +69,9 @@ void js_environment::SetUp()
     params.array_buffer_allocator = s.allocator;
     s.isolate = v8::Isolate::New(params);
 
-    s.root = std::string(::testing::TempDir()) + "js_root_" + std::to_string(getpid()) + "/";
-    std::filesystem::remove_all(s.root);
-    std::filesystem::create_directories(s.root);
-    velk::setup(s.root.c_str(), &capture_line, &judge_path, nullptr);
+    s.host.set_up_registry("js", &judge_path);
     velk::register_creator(velk::js::page_context_key, reinterpret_cast<creator_fn>(&page_context));
-
-    s.plugin = dlopen(HOSTPROBE_PLUGIN, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(s.plugin, nullptr) << dlerror();
+    s.host.load_plugin();
 }
 
 void js_environment::TearDown()
@@ -129,18 +86,16 @@ void js_environment::TearDown()
         }
         s.isolate->Dispose();
     }
-    if (s.plugin)
-        dlclose(s.plugin);
+    s.host.tear_down();
     velk::register_creator(velk::js::page_context_key, nullptr);
     v8::V8::Dispose();
     v8::V8::DisposePlatform();
     delete s.allocator;
-    std::filesystem::remove_all(s.root);
 }
 
 v8::Isolate* js_environment::isolate() { return state().isolate; }
-const std::string& js_environment::root() { return state().root; }
-std::vector<logged_line>& js_environment::log() { return state().log; }
+const std::string& js_environment::root() { return state().host.root(); }
+std::vector<logged_line>& js_environment::log() { return binding_test_host::log(); }
 std::vector<std::string>& js_environment::refused_paths() { return state().refused; }
 bool& js_environment::page_context_enabled() { return state().page_enabled; }
 int& js_environment::page_context_calls() { return state().page_calls; }
@@ -149,13 +104,6 @@ int& js_environment::page_context_calls() { return state().page_calls; }
 const auto* const environment = ::testing::AddGlobalTestEnvironment(new js_environment);
 
 // -- Files ----------------------------------------------------------------------
-
-void write_file(const std::string& path, const std::string& content)
-{
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
-}
 
 std::string write_root_file(const std::string& relative, const std::string& content)
 {

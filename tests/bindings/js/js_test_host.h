@@ -12,6 +12,7 @@
 #include "comm/iref.h"
 #include "plugin/hostprobe_plugin.h"
 #include "tests/plugin/host_interface_stub.h"
+#include "tests/support/binding_test_host.h"
 
 #include <gtest/gtest.h>
 #include <v8.h>
@@ -21,15 +22,6 @@
 #include <vector>
 
 namespace velk::testing {
-
-// One line that a module logged through the registry's hook.
-struct logged_line
-{
-    int32_t type;
-    std::string source;
-    std::string text;
-    const void* context;
-};
 
 // The process's V8, isolate, root folder and plug-in.
 class js_environment : public ::testing::Environment
@@ -63,8 +55,6 @@ struct script_result
 
 // Writes a file below the root (creating its folders); gives its full path.
 std::string write_root_file(const std::string& relative, const std::string& content);
-// Writes a file at a full path.
-void write_file(const std::string& path, const std::string& content);
 
 // A test with the isolate entered and a handle scope open.
 class JsTest : public ::testing::Test

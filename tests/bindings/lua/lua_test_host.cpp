@@ -5,61 +5,17 @@
 #include "bindings/lua/hostprobe_plugin_lua_creator.h"
 #include "bindings/lua/lua_ext.h"
 #include "bindings/lua/lua_state.h"
-#include "comm/log/logger.h"
 #include "interface/registrar.h"
-#include "tests/log_capture.h"
-
-#include <dlfcn.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-#include <map>
 
 namespace velk::testing {
 
 namespace {
 
-struct environment_state
+// The process's registry, root folder and plug-in.
+binding_test_host& host()
 {
-    void* plugin = nullptr;
-    std::string root;
-    std::vector<logged_line> log;
-};
-
-environment_state& state()
-{
-    static environment_state s;
-    return s;
-}
-
-// Keeps each line in the test's log at its delivery, with the context that
-// the hook was given. Its text is copied out there: the plug-in may append
-// from its own memory space.
-class line_logger : public logger
-{
-public:
-    void enqueue(log_ref& msg) override
-    {
-        const void* context = nullptr;
-        if (auto it = contexts.find(msg.get()); it != contexts.end()) {
-            context = it->second;
-            contexts.erase(it);
-        }
-        token s = msg->source();
-        state().log.push_back({msg->type(), std::string(s.ptr() ? s.ptr() : "", s.lens()), msg->source().hash(),
-                               log_body(*msg), context});
-    }
-
-    std::map<const logmsg*, const void*> contexts;
-};
-
-void capture_line(log_ref& out, int32_t type, const tokenhash& source, const void* context)
-{
-    static line_logger lines;
-    out = lines.create_msg(type, source, context);
-    if (out)
-        lines.contexts[out.get()] = context;
+    static binding_test_host h;
+    return h;
 }
 
 bool accept_path(const token&) { return true; }
@@ -70,25 +26,14 @@ bool accept_path(const token&) { return true; }
 
 void lua_environment::SetUp()
 {
-    environment_state& s = state();
-    s.root = std::string(::testing::TempDir()) + "lua_root_" + std::to_string(getpid()) + "/";
-    std::filesystem::remove_all(s.root);
-    std::filesystem::create_directories(s.root);
-    velk::setup(s.root.c_str(), &capture_line, &accept_path, nullptr);
-    s.plugin = dlopen(HOSTPROBE_PLUGIN, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(s.plugin, nullptr) << dlerror();
+    host().set_up_registry("lua", &accept_path);
+    host().load_plugin();
 }
 
-void lua_environment::TearDown()
-{
-    environment_state& s = state();
-    if (s.plugin)
-        dlclose(s.plugin);
-    std::filesystem::remove_all(s.root);
-}
+void lua_environment::TearDown() { host().tear_down(); }
 
-const std::string& lua_environment::root() { return state().root; }
-std::vector<logged_line>& lua_environment::log() { return state().log; }
+const std::string& lua_environment::root() { return host().root(); }
+std::vector<logged_line>& lua_environment::log() { return binding_test_host::log(); }
 
 // The environment of every program that links this helper.
 const auto* const environment = ::testing::AddGlobalTestEnvironment(new lua_environment);
@@ -96,9 +41,7 @@ const auto* const environment = ::testing::AddGlobalTestEnvironment(new lua_envi
 std::string write_root_file(const std::string& relative, const std::string& content)
 {
     std::string path = lua_environment::root() + relative;
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
+    write_file(path, content);
     return path;
 }
 

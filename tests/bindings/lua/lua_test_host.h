@@ -14,6 +14,7 @@
 #include "comm/iref.h"
 #include "plugin/hostprobe_plugin.h"
 #include "tests/plugin/host_interface_stub.h"
+#include "tests/support/binding_test_host.h"
 
 #include <gtest/gtest.h>
 #include <lua.hpp>
@@ -23,16 +24,6 @@
 #include <vector>
 
 namespace velk::testing {
-
-// One line that a module logged through the registry's hook.
-struct logged_line
-{
-    int32_t type;
-    std::string source;
-    uint32_t source_hash;
-    std::string text;
-    const void* context;
-};
 
 // The process's root folder, log and plug-in.
 class lua_environment : public ::testing::Environment

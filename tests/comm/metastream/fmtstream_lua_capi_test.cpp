@@ -864,6 +864,7 @@ TEST_F(lua_interface, gives_null_when_cthis_is_no_userdata)
 namespace {
 
 using velk::metastream;
+using velk::testing::make_shape;
 using velk::testing::point;
 using velk::testing::shape;
 
@@ -882,21 +883,7 @@ protected:
         lua_format::TearDown();
     }
 
-    shape sample()
-    {
-        shape s;
-        s.name = "square";
-        s.origin = {-1, 2};
-        *s.vertices.push() = {0, 0};
-        *s.vertices.push() = {5, 6};
-        *s.weights.push() = 9;
-        *s.weights.push() = -4;
-        s.corners[0] = 1;
-        s.corners[3] = -7;
-        s.scale = 2.5;
-        s.closed = true;
-        return s;
-    }
+    shape sample() { return make_shape("square", {-1, 2}, {{0, 0}, {5, 6}}, {9, -4}, 1, -7, 2.5, true); }
 
     metastream m;
 };

@@ -36,22 +36,7 @@ std::string read_into(T& v, const std::string& text, metastream* keep = nullptr)
     return {};
 }
 
-shape expected_shape()
-{
-    shape s;
-    s.name = "box";
-    s.origin = {-3, 9};
-    *s.vertices.push() = {1, 2};
-    *s.vertices.push() = {3, 4};
-    *s.weights.push() = 10;
-    *s.weights.push() = -20;
-    *s.weights.push() = 30;
-    s.corners[0] = 1;
-    s.corners[3] = -4;
-    s.scale = 1.25;
-    s.closed = true;
-    return s;
-}
+shape expected_shape() { return make_shape("box", {-3, 9}, {{1, 2}, {3, 4}}, {10, -20, 30}, 1, -4, 1.25, true); }
 
 struct only_x
 {

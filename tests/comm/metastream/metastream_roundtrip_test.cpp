@@ -37,21 +37,10 @@ T read_text(const std::string& text)
     return v;
 }
 
+// The name has quotes, for the writer to escape.
 shape sample_shape()
 {
-    shape s;
-    s.name = "box \"one\"";
-    s.origin = {-3, 9};
-    *s.vertices.push() = {1, 2};
-    *s.vertices.push() = {3, 4};
-    *s.weights.push() = 10;
-    *s.weights.push() = -20;
-    *s.weights.push() = 30;
-    s.corners[0] = 1;
-    s.corners[3] = -4;
-    s.scale = 1.25;
-    s.closed = true;
-    return s;
+    return make_shape("box \"one\"", {-3, 9}, {{1, 2}, {3, 4}}, {10, -20, 30}, 1, -4, 1.25, true);
 }
 
 } // namespace

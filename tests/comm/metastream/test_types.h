@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 
 namespace velk::testing {
 
@@ -76,6 +77,27 @@ inline bool operator==(const shape& a, const shape& b)
     return a.name == b.name && a.origin == b.origin && same_array(a.vertices, b.vertices) &&
            same_array(a.weights, b.weights) && memcmp(a.corners, b.corners, sizeof a.corners) == 0 &&
            a.scale == b.scale && a.closed == b.closed;
+}
+
+// A shape with every member set, for the samples that formats write and
+// read back: the fixed array's first and last corners are given, the two
+// between stay 0.
+inline shape make_shape(const char* name, point origin, std::initializer_list<point> vertices,
+                        std::initializer_list<int32_t> weights, int16_t first_corner, int16_t last_corner,
+                        double scale, bool closed)
+{
+    shape s;
+    s.name = name;
+    s.origin = origin;
+    for (const point& v : vertices)
+        *s.vertices.push() = v;
+    for (int32_t w : weights)
+        *s.weights.push() = w;
+    s.corners[0] = first_corner;
+    s.corners[3] = last_corner;
+    s.scale = scale;
+    s.closed = closed;
+    return s;
 }
 
 // Optional, obsolete and defaulted members.
