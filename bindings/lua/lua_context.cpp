@@ -2,6 +2,7 @@
 // query_interface.
 #include "bindings/lua/lua_context.h"
 
+#include "bindings/lua/creator_lookup.h"
 #include "bindings/lua/lua_errors.h"
 #include "bindings/lua/lua_ext.h"
 #include "bindings/lua/lua_state.h"
@@ -47,15 +48,7 @@ int query_interface_body(lua_State* L)
         throw exception("Invalid params!");
     lua_pushvalue(L, 1);
     lua_remove(L, 1);
-    if (!lua_isstring(L, -1))
-        throw exception("Interface creator name missing.");
-    token name = lua_toltoken(L, -1);
-    creator_fn c = get_creator(name);
-    if (!c) {
-        charstr text;
-        text << "interface creator " << name << " not found";
-        throw exception(token(text));
-    }
+    creator_fn c = creator_named_on_top(L);
     lua_settop(L, -2);
     // The creator takes the calling function's environment as the context.
     using create_fn = int (*)(lua_State*, iref<registry_handle>*);

@@ -19,6 +19,7 @@
 // runs on the thread of the Lua state.
 #pragma once
 
+#include "bindings/lua/creator_lookup.h"
 #include "bindings/lua/lua_errors.h"
 #include "bindings/lua/lua_ext.h"
 #include "bindings/lua/lua_state.h"
@@ -274,15 +275,7 @@ private:
         D* caller = dispatcher_of(*p);
         lua_pushvalue(L, 1);
         lua_remove(L, 1); // the name on top
-        if (!lua_isstring(L, -1))
-            throw exception("Interface creator name missing.");
-        token name = lua_toltoken(L, -1);
-        creator_fn c = get_creator(name);
-        if (!c) {
-            charstr text;
-            text << "interface creator " << name << " not found";
-            throw exception(token(text));
-        }
+        creator_fn c = creator_named_on_top(L);
         lua_settop(L, -4); // the name, the caller and its userdata go
         using create_fn = int (*)(lua_State*, iref<registry_handle>*);
         return reinterpret_cast<create_fn>(c)(L, caller ? &caller->context : nullptr);
