@@ -249,7 +249,10 @@ private:
                 throw exception("Null interface object in log");
             lua_settop(L, -2);
         }
-        token text = lua_toltoken(L, 1);
+        // The message is what lies on top now: with more than one argument
+        // that is the one before the last, and the object, which then lies
+        // between, is not looked at.
+        token text = lua_toltoken(L, -1);
         int32_t level = log_level_from_text(text);
         if (log_ref msg = create_log_msg(level, D::log_source(), object); msg && !text.is_empty())
             *msg << text;

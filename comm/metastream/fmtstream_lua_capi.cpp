@@ -547,11 +547,17 @@ iref<stubsmith_interface> lua_streamer_context::interface_from_lua()
     uint32_t hash = 0;
     bool fields = false;
     if (lua_type(L, -1) == LUA_TTABLE) {
-        lua_getfield(L, -1, "__cthis");
-        lua_getfield(L, -2, "__class_hash");
+        // Raw reads: a metamethod of a script's table could raise a Lua
+        // error here, in the middle of native frames.
+        lua_pushliteral(L, "__cthis");
+        lua_rawget(L, -2);
+        lua_pushliteral(L, "__class_hash");
+        lua_rawget(L, -3);
         fields = lua_type(L, -2) != LUA_TNIL && lua_type(L, -1) != LUA_TNIL;
         if (fields) {
-            if (void** u = static_cast<void**>(lua_touserdata(L, -2)))
+            // Only a userdata of one pointer is one that an object table holds.
+            void** u = static_cast<void**>(lua_touserdata(L, -2));
+            if (u && lua_objlen(L, -2) == sizeof(void*))
                 object = static_cast<stubsmith_interface*>(*u);
             hash = uint32_t(lua_tointeger(L, -1));
         }

@@ -281,6 +281,17 @@ TEST_F(LuaDispatcher, object_log_called_with_a_dot_logs_without_an_object)
     EXPECT_EQ(log[0].context, nullptr);
 }
 
+// The last argument goes to the bottom, and the message is read from the
+// top: with two texts that is the first one, and the object lies between.
+TEST_F(LuaDispatcher, object_log_with_two_texts_logs_the_first_without_the_object)
+{
+    ASSERT_TRUE(run("o:log('first', 'second')").ok);
+    auto& log = lua_environment::log();
+    ASSERT_EQ(log.size(), 1u);
+    EXPECT_EQ(log[0].text, "first");
+    EXPECT_EQ(log[0].context, nullptr);
+}
+
 TEST_F(LuaDispatcher, object_log_on_an_object_table_holding_null_fails)
 {
     EXPECT_EQ(said(run("o.log(null_object, 'x')")), "error: test.lua(1): Null interface object in log");

@@ -4,6 +4,9 @@
 #include "comm/metastream/fmtstream_lua_capi.h"
 
 #include "comm/binstream/container.h"
+#include "comm/commassert.h"
+
+#include "../../log_capture.h"
 
 #include <gtest/gtest.h>
 #include <lua.hpp>
@@ -113,6 +116,41 @@ TEST_F(lua_format, writes_a_32_bit_integer)
     EXPECT_EQ(lua_tointeger(L, -1), -123456);
 }
 
+TEST_F(lua_format, writes_an_unsigned_byte_zero_extended)
+{
+    uint8_t v = 200;
+    EXPECT_EQ(f.write(&v, velk::bstype::kind_of<uint8_t>()), opcd());
+    EXPECT_EQ(lua_tointeger(L, -1), 200);
+}
+
+TEST_F(lua_format, writes_a_signed_short_sign_extended)
+{
+    int16_t v = -300;
+    EXPECT_EQ(f.write(&v, velk::bstype::kind_of<int16_t>()), opcd());
+    EXPECT_EQ(lua_tointeger(L, -1), -300);
+}
+
+TEST_F(lua_format, writes_an_unsigned_32_bit_value_above_2_to_the_31_zero_extended)
+{
+    uint32_t v = 0xFFFFFFF0u;
+    EXPECT_EQ(f.write(&v, velk::bstype::kind_of<uint32_t>()), opcd());
+    EXPECT_EQ(lua_tonumber(L, -1), 4294967280.0);
+}
+
+TEST_F(lua_format, writes_a_64_bit_signed_value)
+{
+    int64_t v = -(int64_t(1) << 40);
+    EXPECT_EQ(f.write(&v, velk::bstype::kind_of<int64_t>()), opcd());
+    EXPECT_EQ(lua_tonumber(L, -1), -1099511627776.0);
+}
+
+TEST_F(lua_format, writes_a_64_bit_unsigned_value)
+{
+    uint64_t v = uint64_t(1) << 41;
+    EXPECT_EQ(f.write(&v, velk::bstype::kind_of<uint64_t>()), opcd());
+    EXPECT_EQ(lua_tonumber(L, -1), 2199023255552.0);
+}
+
 TEST_F(lua_format, writes_a_float_widened)
 {
     float v = 1.5f;
@@ -210,6 +248,67 @@ TEST_F(lua_format, a_binary_array_of_n_bytes_is_written_as_n_hex_characters)
     uint64_t count = 0;
     ASSERT_EQ(f.write_array_content(c, count, nullptr), opcd());
     EXPECT_EQ(show_top(), "\"AB0\"");
+}
+
+// A run of characters that must be taken one by one.
+class piecewise_chars : public velk::binstream_container_fixed_array<char>
+{
+public:
+    using binstream_container_fixed_array::binstream_container_fixed_array;
+    bool is_continuous() const override { return false; }
+};
+
+// A string whose end isn't known in advance.
+class endless_chars : public velk::binstream_container_fixed_array<char>
+{
+public:
+    using binstream_container_fixed_array::binstream_container_fixed_array;
+    uint64_t count() const override { return unknown_count; }
+};
+
+class lua_format_assertions : public lua_format
+{
+protected:
+    void SetUp() override
+    {
+        lua_format::SetUp();
+        velk::assert_set_break(0); // report, don't trap
+    }
+    void TearDown() override
+    {
+        velk::assert_set_break(1);
+        lua_format::TearDown();
+    }
+
+    // The assertion's place, as the report names it.
+    static bool reported_at_its_fixed_place()
+    {
+        for (const std::string& line : velk::testing::log_capture::lines())
+            if (line.rfind("Assertion failed in fmtstream_lua_capi(490), function write_array_content:", 0) == 0)
+                return true;
+        return false;
+    }
+
+    velk::testing::log_capture log;
+};
+
+TEST_F(lua_format_assertions, a_string_that_is_not_continuous_is_an_assertion_and_not_implemented)
+{
+    char text[] = {'a', 'b'};
+    piecewise_chars c(text, 2, kind(kind::char_word));
+    uint64_t count = 0;
+    EXPECT_EQ(describe(f.write_array_content(c, count, nullptr)), "!Impl");
+    EXPECT_TRUE(reported_at_its_fixed_place());
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_format_assertions, a_string_of_unknown_length_is_an_assertion_and_not_implemented)
+{
+    char text[] = {'a', 'b'};
+    endless_chars c(text, 2, kind(kind::char_word));
+    uint64_t count = 0;
+    EXPECT_EQ(describe(f.write_array_content(c, count, nullptr)), "!Impl");
+    EXPECT_TRUE(reported_at_its_fixed_place());
 }
 
 TEST_F(lua_format, a_count_of_all_ones_makes_a_table_without_array_slots)
@@ -842,6 +941,24 @@ TEST_F(lua_interface, gives_null_for_an_object_of_another_interface)
 TEST_F(lua_interface, gives_null_for_a_userdata_that_holds_null)
 {
     push_object(nullptr, 0x38934D07u);
+    s.bind_stack(L);
+    EXPECT_FALSE(s.interface_from_lua());
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_interface, gives_null_for_a_userdata_of_another_size)
+{
+    push_object(host.get(), 0x38934D07u);
+    lua_newuserdata(L, 1);
+    lua_setfield(L, -2, "__cthis");
+    s.bind_stack(L);
+    EXPECT_FALSE(s.interface_from_lua());
+    EXPECT_EQ(lua_gettop(L), 0);
+}
+
+TEST_F(lua_interface, does_not_run_a_metamethod_of_the_table)
+{
+    push_value("setmetatable({}, {__index = function() error('no metamethods here') end})");
     s.bind_stack(L);
     EXPECT_FALSE(s.interface_from_lua());
     EXPECT_EQ(lua_gettop(L), 0);
