@@ -306,6 +306,32 @@ TEST_F(HostRun, LuaMethodFailureExitsWithTheCallersFileAndLine)
     EXPECT_EQ(r.err, "arity.lua(3): Wrong number of arguments in hostprobe_plugin.testfunction\n");
 }
 
+TEST_F(HostRun, LuaMethodFailureCaughtByPcallLetsTheScriptGoOn)
+{
+    script("caught.lua", "local ok, e = pcall(function() local r = probe.testfunction() end)\n"
+                         "log('caught: ' .. e)\n"
+                         "log('after: ' .. probe:testfunction(4))\n");
+    child_result r = hostprobe_in_dir({"run", "caught.lua"});
+    EXPECT_EQ(r.exit_status, 0);
+    EXPECT_EQ(r.signal, 0);
+    EXPECT_NE(r.out.find("caught: caught.lua(1): Wrong number of arguments in hostprobe_plugin.testfunction"),
+              std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("after: 8"), std::string::npos) << r.out;
+    EXPECT_EQ(r.err, "");
+}
+
+TEST_F(HostRun, LuaMethodFailureInACoroutineEndsOnlyTheCoroutine)
+{
+    script("co.lua", "local co = coroutine.create(function() local r = probe.testfunction(1, 2, 3) end)\n"
+                     "local ok, e = coroutine.resume(co)\n"
+                     "log('resumed: ' .. tostring(ok) .. ' ' .. e)\n");
+    child_result r = hostprobe_in_dir({"run", "co.lua"});
+    EXPECT_EQ(r.exit_status, 0);
+    EXPECT_EQ(r.signal, 0);
+    EXPECT_NE(r.out.find("resumed: false co.lua(1): Wrong number of arguments in hostprobe_plugin.testfunction"),
+              std::string::npos) << r.out;
+}
+
 TEST_F(HostRun, LuaErrorPathIsTheOneTheUserGave)
 {
     std::string path = script("sub/deep.lua", "error('stop')\n");
