@@ -59,6 +59,28 @@ TEST(fmtstream, bind_with_io_minus_1_sets_only_the_read_side)
     EXPECT_EQ(f.bound_write, nullptr);
 }
 
+TEST(fmtstream, rebinding_the_write_side_keeps_the_read_side)
+{
+    bare_format f;
+    counting_stream first;
+    counting_stream second;
+    f.bind(first, 0);
+    f.bind(second, 1);
+    EXPECT_EQ(f.bound_write, &second);
+    EXPECT_EQ(f.bound_read, &first);
+}
+
+TEST(fmtstream, rebinding_the_read_side_keeps_the_write_side)
+{
+    bare_format f;
+    counting_stream first;
+    counting_stream second;
+    f.bind(first, 0);
+    f.bind(second, -1);
+    EXPECT_EQ(f.bound_read, &second);
+    EXPECT_EQ(f.bound_write, &first);
+}
+
 TEST(fmtstream, flush_with_an_empty_buffer_flushes_the_bound_stream_without_writing)
 {
     bare_format f;

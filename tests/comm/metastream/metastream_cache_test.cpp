@@ -227,6 +227,7 @@ TEST(metastream_cache, a_member_given_twice_sets_the_redundant_member_code)
     point p;
     read_into(p, "{y=1,y=2,x=3}", &m);
     EXPECT_TRUE(m.err_code == ers::mismatched_redundant_member);
+    EXPECT_STREQ(m.err_code.info(), "redundant member data");
 }
 
 TEST(metastream_cache, an_unknown_member_is_refused)

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <latch>
 #include <thread>
 #include <typeinfo>
 
@@ -154,8 +155,12 @@ TEST(metastream_desc, two_threads_defining_the_same_type_get_their_own_maps)
 {
     metastream::structure_map* maps[2] = {};
     metastream::type_desc* descs[2] = {};
+    // Both wait here until the other has its metastream: the definitions
+    // then run at once.
+    std::latch start(2);
     auto run = [&](int i) {
         metastream m;
+        start.arrive_and_wait();
         define<fresh_a>(m);
         maps[i] = m.map;
         descs[i] = m.root.desc;

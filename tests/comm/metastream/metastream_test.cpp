@@ -1,8 +1,10 @@
 // metastream engine: the run, markers and names on writing, results to the
-// streaming function, the position text, and allocation across runs.
+// streaming function, the position text, allocation across runs, and the
+// failures of a format reported with their position.
 #include "comm/exception.h"
 #include "comm/metastream/metastream.h"
 #include "tests/array_requests.h"
+#include "tests/comm/metastream/failing_format.h"
 #include "tests/comm/metastream/recording_format.h"
 #include "tests/comm/metastream/test_types.h"
 #include "tests/comm/metastream/text_format.h"
@@ -49,6 +51,44 @@ std::string read_failure(point& p, const std::string& text)
         return e.what();
     }
     return {};
+}
+
+// Reads text through f into v and gives the failure text.
+template <class T>
+std::string read_failure_through(failing_format& f, T& v, const std::string& text)
+{
+    f.set_input(text);
+    metastream m;
+    m.fmt_read = &f;
+    f.meta = &m;
+    try {
+        m.read_run(v);
+    } catch (const velk::exception& e) {
+        return e.what();
+    }
+    return "no failure";
+}
+
+// Writes v through f and gives the failure text. f serves the read side
+// too, so that a position asked of the read side would show in the text.
+template <class T>
+std::string write_failure_through(failing_format& f, const T& v)
+{
+    metastream m;
+    m.fmt_write = &f;
+    m.fmt_read = &f;
+    f.meta = &m;
+    try {
+        m.write_run(v);
+    } catch (const velk::exception& e) {
+        return e.what();
+    }
+    return "no failure";
+}
+
+shape one_vertex_shape()
+{
+    return make_shape("a", {1, 2}, {{3, 4}}, {5}, 0, 0, 1, false);
 }
 
 } // namespace
@@ -242,4 +282,92 @@ TEST(metastream, a_read_through_the_cache_allocates_on_first_use_only)
     m.read_run(p);
     EXPECT_TRUE(requests.asks().empty());
     EXPECT_TRUE(p == (point{1, 2}));
+}
+
+// -- Failures of the format, one row each ---------------------------------------------
+
+TEST(metastream_failure, a_failed_separator_between_plain_values_is_reported_with_the_read_position)
+{
+    failing_format f;
+    f.fail = failing_format::op::read_separator;
+    f.code = ers::io_error_data_left;
+    f.set_input("1;2");
+    metastream m; // not described: plain values with separators
+    m.fmt_read = &f;
+    int32_t first = 0;
+    int32_t second = 0;
+    ASSERT_FALSE(m.data_read(&first, bstype::kind_of<int32_t>()));
+    try {
+        m.data_read(&second, bstype::kind_of<int32_t>());
+        FAIL() << "no failure";
+    } catch (const velk::exception& e) {
+        EXPECT_STREQ(e.what(), " - error reading separator: io error during processing : data left in input buffer at offset 1");
+    }
+}
+
+TEST(metastream_failure, a_failed_array_separator_read_is_reported_with_the_read_position)
+{
+    failing_format f;
+    f.fail = failing_format::op::read_array_separator;
+    f.code = ers::io_error_data_left;
+    shape s;
+    EXPECT_EQ(read_failure_through(f, s, "{name=\"a\",origin={x=1,y=2},vertices=[{x=3,y=4}]}"),
+              ":shape - error reading array separator: io error during processing : data left in input buffer at offset 37");
+}
+
+TEST(metastream_failure, a_failed_array_separator_write_is_reported_without_a_position_of_the_format)
+{
+    failing_format f;
+    f.fail = failing_format::op::write_array_separator;
+    f.code = ers::io_error_write_failed;
+    EXPECT_EQ(write_failure_through(f, one_vertex_shape()),
+              ":shape - error writing array separator: io error during processing : write operation failed");
+}
+
+TEST(metastream_failure, a_failed_value_write_names_the_variable_with_the_read_position)
+{
+    failing_format f;
+    f.fail = failing_format::op::write_value;
+    f.code = ers::io_error_write_failed;
+    EXPECT_EQ(write_failure_through(f, point{1, 2}),
+              ":point - error writing variable 'x', error: io error during processing : write operation failed at offset 0");
+}
+
+TEST(metastream_failure, a_failed_opening_token_write_is_reported_without_a_position_of_the_format)
+{
+    failing_format f;
+    f.fail = failing_format::op::write_struct_open;
+    f.code = ers::io_error_write_failed;
+    f.skip = 1; // the root's goes out: origin's fails
+    EXPECT_EQ(write_failure_through(f, one_vertex_shape()), ":shape - error writing struct opening token\n");
+}
+
+TEST(metastream_failure, a_failed_closing_token_write_is_reported_without_a_position_of_the_format)
+{
+    failing_format f;
+    f.fail = failing_format::op::write_struct_close;
+    f.code = ers::io_error_write_failed;
+    // The first closing token is origin's.
+    EXPECT_EQ(write_failure_through(f, one_vertex_shape()), ":shape - error writing struct closing token");
+}
+
+TEST(metastream_failure, a_failed_key_read_names_the_variable_sought_with_the_outer_level_and_the_read_position)
+{
+    failing_format f;
+    f.fail = failing_format::op::read_key;
+    f.code = ers::io_error_data_left;
+    f.skip = 2; // name and origin are found: origin's x fails
+    shape s;
+    EXPECT_EQ(read_failure_through(f, s, "{name=\"a\",origin={x=1,y=2},vertices=[]}"),
+              ":shape - error while seeking for variable 'x': io error during processing : data left in input buffer at offset 18");
+}
+
+TEST(metastream_failure, a_failed_key_write_names_the_variable_with_the_outer_level_and_no_position_of_the_format)
+{
+    failing_format f;
+    f.fail = failing_format::op::write_key;
+    f.code = ers::io_error_write_failed;
+    f.skip = 2; // name and origin go out: origin's x fails
+    EXPECT_EQ(write_failure_through(f, one_vertex_shape()),
+              ":shape - error while writing the variable name 'x': io error during processing : write operation failed");
 }

@@ -9,6 +9,9 @@
 // true and false. Unlike a format that looks members up by name, read_key
 // hands metastream whatever member comes next, so out-of-order input drives
 // the cache. fmtstream_err appends " at offset N", the read position.
+//
+// With shuffle set, each structure's members are written in an order drawn
+// from it, so that reading the text back takes the cache at every depth.
 #pragma once
 
 #include "comm/metastream/metastream.h"
@@ -18,7 +21,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace velk::testing {
 
@@ -39,10 +45,18 @@ public:
     }
     std::string output() const { return std::string(out.ptr() ? out.ptr() : "", out.lens()); }
 
+    // Writing: the order of each structure's members is drawn from this
+    // generator when set; null keeps them in order.
+    std::mt19937* shuffle = nullptr;
+    // Structures written with their members out of order, by depth (0: the root).
+    std::vector<uint64_t> reordered;
+
     // -- Writing --------------------------------------------------------------
 
     opcd write_key(const token& key, int32_t kmember) override
     {
+        if (shuffle && !open_structs.empty())
+            open_structs.back().members.push_back(out.lens());
         if (kmember > 0)
             out << ',';
         out << key << '=';
@@ -70,8 +84,16 @@ public:
             return {};
         }
         switch (t.type()) {
-        case K::type_struct_open: out << '{'; return {};
-        case K::type_struct_close: out << '}'; return {};
+        case K::type_struct_open:
+            out << '{';
+            if (shuffle)
+                open_structs.push_back({out.lens(), {}});
+            return {};
+        case K::type_struct_close:
+            if (shuffle && !open_structs.empty())
+                shuffle_members();
+            out << '}';
+            return {};
         case K::type_separator: out << ';'; return {};
         default: return write_value(p, t);
         }
@@ -136,6 +158,7 @@ public:
     opcd reset_write() override
     {
         out.reset();
+        open_structs.clear();
         return fmtstream::reset_write();
     }
 
@@ -436,6 +459,49 @@ private:
             store(p, t.size(), UINT64_MAX);
         }
         return {};
+    }
+
+    // A structure being written: where its members begin in out.
+    struct open_struct
+    {
+        uint32_t start;                // just past '{'
+        std::vector<uint32_t> members; // each member's start, its comma included
+    };
+    std::vector<open_struct> open_structs;
+
+    // Puts the members of the innermost open structure, whose text is whole
+    // (nested structures already shuffled), in an order drawn from shuffle.
+    void shuffle_members()
+    {
+        open_struct s = std::move(open_structs.back());
+        open_structs.pop_back();
+        size_t n = s.members.size();
+        std::vector<std::string> texts;
+        for (size_t i = 0; i < n; ++i) {
+            uint32_t b = s.members[i] + (i ? 1 : 0); // past the comma
+            uint32_t e = i + 1 < n ? s.members[i + 1] : out.lens();
+            texts.emplace_back(out.ptr() + b, e - b);
+        }
+        std::vector<size_t> order(n);
+        for (size_t i = 0; i < n; ++i)
+            order[i] = i;
+        for (size_t i = n; i > 1; --i)
+            std::swap(order[i - 1], order[(*shuffle)() % i]);
+        bool moved = false;
+        for (size_t i = 0; i < n; ++i)
+            moved |= order[i] != i;
+        if (moved) {
+            size_t depth = open_structs.size();
+            if (reordered.size() <= depth)
+                reordered.resize(depth + 1);
+            ++reordered[depth];
+        }
+        out.resize(int32_t(s.start));
+        for (size_t i = 0; i < n; ++i) {
+            if (i)
+                out << ',';
+            out << token(texts[order[i]].data(), texts[order[i]].size());
+        }
     }
 
     bstype::kind write_elem;
