@@ -17,10 +17,12 @@
 // `ratio`; the goal for testfunction is 1.5 or less. mersenne_twister and
 // getMAC do real work per call, so their loops run N/100 and N/1000 calls.
 #include "bench/script_loop_bench.h"
+#include "bench/thread_cpu_clock.h"
 #include "bindings/lua/hostprobe_plugin_lua_creator.h"
 #include "bindings/lua/lua_context.h"
 #include "bindings/lua/lua_state.h"
 #include "comm/exception.h"
+#include "comm/metastream/fmtstream_lua_capi.h"
 #include "interface/registrar.h"
 #include "plugin/hostprobe_plugin.h"
 #include "tests/plugin/host_interface_stub.h"
@@ -139,6 +141,10 @@ public:
         return result;
     }
 
+    lua_State* state() const { return L; }
+    // getMAC's text, in this program's memory.
+    const velk::charstr& mac_text() const { return raw.text; }
+
 private:
     [[noreturn]] static void fail(const char* what, const char* detail)
     {
@@ -210,6 +216,38 @@ void BM_getMAC_vs_raw_pushlstring(benchmark::State& state)
     bench::compare_loops(state, *host, "loop_raw_getMAC", "loop_getMAC", bench::calls_of_heavy_loop(state, 1000));
 }
 
+// The result's way alone, without the adapter query: getMAC's text pushed
+// through the thread's streamer (a metastream run into the Lua format, as
+// a method wrapper does it) against one lua_pushlstring of the same bytes.
+void BM_to_lua_vs_raw_pushlstring(benchmark::State& state)
+{
+    constexpr int rounds = 1000;
+    lua_State* L = host->state();
+    const velk::charstr& text = host->mac_text();
+    velk::lua_streamer_context& s = velk::lua_streamer_context::get_lua_streamer(true);
+    double streamed = 0, raw = 0;
+    for (auto _ : state) {
+        double t0 = bench::thread_cpu_ns();
+        for (int r = 0; r < rounds; ++r) {
+            s.bind_stack(L);
+            s.to_lua(text);
+            lua_settop(L, -2);
+        }
+        double t1 = bench::thread_cpu_ns();
+        for (int r = 0; r < rounds; ++r) {
+            lua_pushlstring(L, text.ptr(), text.lens());
+            lua_settop(L, -2);
+        }
+        double t2 = bench::thread_cpu_ns();
+        streamed += t1 - t0;
+        raw += t2 - t1;
+    }
+    double n = double(state.iterations()) * rounds;
+    state.counters["to_lua_ns_per_call"] = streamed / n;
+    state.counters["raw_ns_per_call"] = raw / n;
+    state.counters["ratio"] = streamed / raw;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -222,5 +260,6 @@ int main(int argc, char** argv)
                                       {"BM_dispatcher_mersenne_twister", &BM_dispatcher_mersenne_twister},
                                       {"BM_dispatcher_getMAC", &BM_dispatcher_getMAC},
                                       {"BM_getMAC_vs_raw_pushlstring", &BM_getMAC_vs_raw_pushlstring},
+                                      {"BM_to_lua_vs_raw_pushlstring", &BM_to_lua_vs_raw_pushlstring},
                                   });
 }
