@@ -56,9 +56,25 @@ void throw_type_error(v8::Isolate* isolate, const exception& e);
 template <class T>
 T from_script(creation_context& context, v8::Local<v8::Value> value);
 
+// Whether value is a small integer, which V8 keeps in the handle's slot
+// itself: read inline, where IsInt32 and Int32::Value are two calls into
+// the library on every call of a method.
+inline bool small_integer(v8::Local<v8::Value> value, int32_t& out)
+{
+    using I = v8::internal::Internals;
+    v8::internal::Address raw = *reinterpret_cast<const v8::internal::Address*>(*value);
+    if (I::HasHeapObjectTag(raw))
+        return false;
+    out = I::SmiValue(raw);
+    return true;
+}
+
 template <>
 inline uint32_t from_script<uint32_t>(creation_context& context, v8::Local<v8::Value> value)
 {
+    int32_t small = 0;
+    if (small_integer(value, small) && small >= 0)
+        return static_cast<uint32_t>(small);
     if (value->IsUint32())
         return value.As<v8::Uint32>()->Value();
     return value->Uint32Value(context.enter()).FromMaybe(0u);
@@ -67,6 +83,9 @@ inline uint32_t from_script<uint32_t>(creation_context& context, v8::Local<v8::V
 template <>
 inline int32_t from_script<int32_t>(creation_context& context, v8::Local<v8::Value> value)
 {
+    int32_t small = 0;
+    if (small_integer(value, small))
+        return small;
     if (value->IsInt32())
         return value.As<v8::Int32>()->Value();
     return value->Int32Value(context.enter()).FromMaybe(0);

@@ -18,6 +18,7 @@
 
 #include "bindings/js/interface_object.h"
 #include "bindings/js/js_convert.h"
+#include "bindings/js/raw_field.h"
 #include "comm/exception.h"
 #include "comm/token.h"
 
@@ -25,6 +26,7 @@
 
 #include <cstdint>
 #include <tuple>
+#include <typeinfo>
 #include <utility>
 
 namespace velk::js {
@@ -55,10 +57,10 @@ class script_object
 public:
     // The module's template, built on the first call. Empty, with a script
     // Error thrown, for an isolate other than the first one.
-    static v8::MaybeLocal<v8::ObjectTemplate> object_template(v8::Isolate* isolate)
+    static v8::MaybeLocal<v8::ObjectTemplate> object_template(v8::Isolate* isolate, v8::Local<v8::Context> context)
     {
         // Function-local: built once, safely against racing first calls.
-        static const template_slot slot(isolate);
+        static const template_slot slot(isolate, context);
         if (slot.isolate != isolate) {
             charstr text;
             text << D::name() << " objects belong to another isolate";
@@ -77,7 +79,7 @@ public:
     {
         v8::Isolate* isolate = context->GetIsolate();
         v8::Local<v8::ObjectTemplate> t;
-        if (!object_template(isolate).ToLocal(&t))
+        if (!object_template(isolate, context).ToLocal(&t))
             return {};
         v8::Context::Scope in_context(context);
         v8::Local<v8::Object> obj;
@@ -98,20 +100,35 @@ public:
     // its dispatcher, which goes to out.
     enum class receiver_kind { other, null_pointer, bound };
 
-    static receiver_kind receiver(v8::Local<v8::Object> self, D*& out)
+    [[gnu::always_inline]] static receiver_kind receiver(v8::Local<v8::Object> self, D*& out)
     {
-        if (self.IsEmpty() || self->InternalFieldCount() != interface_field_count)
+        if (self.IsEmpty())
             return receiver_kind::other;
-        v8::Local<v8::Value> f0 = self->GetInternalField(field_interface);
-        if (!f0->IsExternal())
-            return receiver_kind::other; // field 0 is null once the dispatcher is gone
-        auto* ifc = static_cast<stubsmith_interface*>(f0.As<v8::External>()->Value());
+        void* field = nullptr;
+        // The raw read answers for the objects it knows, as the API would:
+        // its agreement was checked when the template was built, and the
+        // template comes before any object whose methods reach here.
+        if (!raw_fields || !raw_interface_field(self, field)) {
+            if (self->InternalFieldCount() != interface_field_count)
+                return receiver_kind::other;
+            v8::Local<v8::Value> f0 = self->GetInternalField(field_interface);
+            if (!f0->IsExternal())
+                return receiver_kind::other; // field 0 is null once the dispatcher is gone
+            field = f0.As<v8::External>()->Value();
+        }
+        auto* ifc = static_cast<stubsmith_interface*>(field);
         if (!ifc)
             return receiver_kind::null_pointer;
         // An object of two fields holds an interface of some module in field
-        // 0, by the contract of interface objects. Its own slots tell whether
-        // it is a script dispatcher of this interface: two virtual calls,
-        // where reading field 1 would cost three calls into V8.
+        // 0, by the contract of interface objects. A D of this module answers
+        // both questions below alike, and is known by the address of its type
+        // information, two loads away; anything else (a D of another module
+        // too) is asked through its own slots: two virtual calls, where
+        // reading field 1 would cost three calls into V8.
+        if (&typeid(*ifc) == &typeid(D)) {
+            out = static_cast<D*>(ifc);
+            return receiver_kind::bound;
+        }
         if (ifc->interface_hash() != D::hash || ifc->backend() != backend_js)
             return receiver_kind::other;
         out = static_cast<D*>(ifc);
@@ -144,10 +161,14 @@ public:
     static void rebind_events(const v8::FunctionCallbackInfo<v8::Value>&) {}
 
 private:
+    // Whether receiver may read field 0 raw; set once, with the template.
+    static inline bool raw_fields = false;
+
     struct template_slot
     {
-        explicit template_slot(v8::Isolate* i) : isolate(i)
+        template_slot(v8::Isolate* i, v8::Local<v8::Context> context) : isolate(i)
         {
+            raw_fields = raw_interface_field_checked(i, context);
             uint32_t count = 0;
             const function_entry* f = D::functions(count);
             handle.Set(i, build_object_template(i, D::name(), f, count));
