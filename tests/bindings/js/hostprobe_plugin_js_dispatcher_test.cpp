@@ -225,8 +225,9 @@ TEST_F(JsDispatcher, RawFieldReadAgreesWithTheApi)
     v8::Context::Scope in(context);
     void* p = nullptr;
     EXPECT_EQ(velk::js::raw_interface_field(script_object(), p), VELK_JS_RAW_FIELDS == 1);
-    if (VELK_JS_RAW_FIELDS)
+    if (VELK_JS_RAW_FIELDS) {
         EXPECT_EQ(p, static_cast<velk::stubsmith_interface*>(plugin.get()));
+    }
 }
 
 TEST_F(JsDispatcher, MethodWithANullInterfaceThrowsReferenceError)
