@@ -5,7 +5,7 @@
 #include "bindings/lua/hostprobe_plugin_lua_creator.h"
 #include "bindings/lua/lua_state.h"
 #include "comm/exception.h"
-#include "bindings/lua/lua_streamer.h"
+#include "comm/metastream/fmtstream_lua_capi.h"
 #include "plugin/hostprobe_plugin_methods.h"
 
 namespace xt::lua {
@@ -82,9 +82,10 @@ int hostprobe_plugin_lua_dispatcher::create_lua(lua_State* L, velk::iref<velk::l
 {
     if (lua_gettop(L) != 1)
         throw velk::exception("Wrong number of arguments in hostprobe_plugin.create");
-    velk::lua::bind_streamer(L);
+    velk::lua_streamer_context& streamer = velk::lua_streamer_context::get_lua_streamer(true);
+    streamer.bind_stack(L);
     lua_pushvalue(L, 1);
-    velk::iref<velk::stubsmith_interface> host = velk::lua::interface_from_lua(L);
+    velk::iref<velk::stubsmith_interface> host = streamer.interface_from_lua();
 
     // Held locally from the start: a dispatcher that the native creator
     // leaves unbound ends with this reference.

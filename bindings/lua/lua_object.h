@@ -23,13 +23,13 @@
 #include "bindings/lua/lua_errors.h"
 #include "bindings/lua/lua_ext.h"
 #include "bindings/lua/lua_state.h"
-#include "bindings/lua/lua_streamer.h"
 #include "bindings/lua/registry_handle.h"
 #include "comm/charstr.h"
 #include "comm/exception.h"
 #include "comm/iref.h"
 #include "comm/log/logger.h"
 #include "comm/log/logmsg.h"
+#include "comm/metastream/fmtstream_lua_capi.h"
 #include "interface/registrar.h"
 #include "interface/stubsmith_interface.h"
 
@@ -80,7 +80,7 @@ T argument_from_lua(lua_State* L, int index)
     if constexpr (is_text_v<T>) {
         lua_pushvalue(L, index);
         T text;
-        text_from_lua(L, text); // pops
+        lua_streamer_context::get_lua_streamer(true).from_lua(text); // pops
         return text;
     } else {
         // Read in place: a copy pushed and popped again would read the same.
@@ -93,8 +93,9 @@ template <class T>
 void push_result(lua_State* L, const T& v)
 {
     if constexpr (is_text_v<T>) {
-        bind_streamer(L); // the method may have used the streamer itself
-        text_to_lua(L, v);
+        lua_streamer_context& s = lua_streamer_context::get_lua_streamer(true);
+        s.bind_stack(L); // the method may have used the streamer itself
+        s.to_lua(v);
     } else {
         static_assert(std::is_integral_v<T> && sizeof(T) == 4, "a method result of a type the binding can't pass");
         lua_pushinteger(L, static_cast<int32_t>(v));
@@ -214,7 +215,7 @@ private:
             throw exception(m.not_object);
         constexpr bool uses_text = (is_text_v<A> || ...);
         if constexpr (uses_text)
-            bind_streamer(L);
+            lua_streamer_context::get_lua_streamer(true).bind_stack(L);
         call<R, A...>(L, target, m.index, std::index_sequence_for<A...>{});
         return 1;
     }
