@@ -14,8 +14,8 @@
 #include "bench/script_loop_bench.h"
 #include "bindings/js/hostprobe_plugin_js_creator.h"
 #include "interface/registrar.h"
+#include "plugin/host_interface.h"
 #include "plugin/hostprobe_plugin.h"
-#include "tests/plugin/host_interface_stub.h"
 
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
@@ -110,7 +110,7 @@ private:
         script.text = velk::token(loops);
         script.url = "file:///bench.js";
         v8::Local<v8::Context> c;
-        create(probe, script, velk::iref<velk::stubsmith_interface>(new xt::testing::host_interface_stub), "o", &c);
+        create(probe, script, velk::iref<velk::stubsmith_interface>(new xt::host_interface), "o", &c);
         v8::Context::Scope in(c);
         c->Global()
             ->Set(c, v8::String::NewFromUtf8Literal(isolate, "raw"),

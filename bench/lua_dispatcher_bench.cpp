@@ -24,8 +24,8 @@
 #include "comm/exception.h"
 #include "comm/metastream/fmtstream_lua_capi.h"
 #include "interface/registrar.h"
+#include "plugin/host_interface.h"
 #include "plugin/hostprobe_plugin.h"
-#include "tests/plugin/host_interface_stub.h"
 
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
@@ -161,7 +161,7 @@ private:
         script.text = velk::token(loops);
         script.url = "=bench";
         try {
-            create(probe, L, script, velk::iref<velk::stubsmith_interface>(new xt::testing::host_interface_stub),
+            create(probe, L, script, velk::iref<velk::stubsmith_interface>(new xt::host_interface),
                    "o", &context);
         } catch (const velk::exception& e) {
             fail("the loops fail to load: ", e.what());

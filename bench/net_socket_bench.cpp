@@ -3,7 +3,7 @@
 // plain send and recv. Both use one connection set-up, made with the
 // system's calls; only the calls of the exchange differ, on both ends.
 // Goal: net_socket within 1.1x of the plain calls.
-#include "comm/net_socket.h"
+#include "comm/net/net_socket.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

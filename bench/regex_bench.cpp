@@ -9,7 +9,7 @@
 // - An unanchored search through 1 MiB of text, in bytes per second, against
 //   std::regex_search and RE2::PartialMatch.
 #include "bench/registry_keys.h"
-#include "comm/regex.h"
+#include "comm/regex/regex.h"
 
 #include <benchmark/benchmark.h>
 #include <re2/re2.h>

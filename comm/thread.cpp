@@ -11,7 +11,7 @@
 #include "comm/log/logmsg.h"
 #include "comm/os/thread.h"
 #include "comm/os/thread_id.h"
-#include "interface/singleton.h"
+#include "comm/singleton.h"
 
 #include <cstdlib>
 #include <cstring>

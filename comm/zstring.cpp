@@ -1,7 +1,7 @@
 // zstring: borrowing, the move to a pooled charstr and back, and the pools.
 #include "comm/zstring.h"
 
-#include "interface/singleton.h"
+#include "comm/singleton.h"
 
 #include <atomic>
 #include <cstdlib>

@@ -13,7 +13,7 @@
 // Patterns are cut at 512 bytes and texts at 4096, so that one input runs in
 // well under a millisecond: work is bounded by their product.
 #include "comm/exception.h"
-#include "comm/regex.h"
+#include "comm/regex/regex.h"
 #include "fuzz/fuzz_check.h"
 
 #include <cstdint>

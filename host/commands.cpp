@@ -4,8 +4,8 @@
 #include "comm/dynarray.h"
 #include "comm/exception.h"
 #include "host/command_line.h"
-#include "host/host_interface.h"
 #include "interface/registrar.h"
+#include "plugin/host_interface.h"
 
 #include <cstdio>
 #include <cstring>
@@ -30,7 +30,7 @@ velk::iref<hostprobe_plugin> create_plugin_object()
     velk::creator_fn c = velk::get_creator(hostprobe_plugin::native_creator_key);
     velk::iref<hostprobe_plugin> out;
     if (c) {
-        velk::iref<velk::stubsmith_interface> host_object(new host_interface);
+        velk::iref<velk::stubsmith_interface> host_object(new xt::host_interface);
         reinterpret_cast<xt::native_creator_fn>(c)(out, nullptr, host_object);
     }
     return out;

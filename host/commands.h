@@ -7,7 +7,7 @@
 #pragma once
 
 #include "comm/charstr.h"
-#include "comm/regex.h"
+#include "comm/regex/regex.h"
 #include "comm/token.h"
 #include "host/method_call.h"
 #include "plugin/hostprobe_plugin.h"

@@ -4,8 +4,8 @@
 #include "bindings/js/dispatcher_census.h"
 #include "bindings/js/hostprobe_plugin_js_creator.h"
 #include "comm/exception.h"
-#include "host/host_interface.h"
 #include "interface/registrar.h"
+#include "plugin/host_interface.h"
 
 #include <libplatform/libplatform.h>
 #include <v8.h>
@@ -76,7 +76,7 @@ int run_js_script(const run_request& r, const script_place& place)
     {
         v8::Isolate::Scope in_isolate(v8.isolate());
         v8::HandleScope handles(v8.isolate());
-        velk::iref<velk::stubsmith_interface> host_object(new host_interface);
+        velk::iref<velk::stubsmith_interface> host_object(new xt::host_interface);
         velk::iref<xt::hostprobe_plugin> probe;
         velk::js::script_source script;
         script.text = place.path;

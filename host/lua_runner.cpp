@@ -5,8 +5,8 @@
 #include "bindings/lua/lua_context.h"
 #include "bindings/lua/lua_state.h"
 #include "comm/exception.h"
-#include "host/host_interface.h"
 #include "interface/registrar.h"
+#include "plugin/host_interface.h"
 
 #include <cstdio>
 
@@ -71,7 +71,7 @@ int run_lua_script(const run_request& r, const script_place& place)
     chunk_name << '@' << r.file;
 
     int status = 0;
-    velk::iref<velk::stubsmith_interface> host_object(new host_interface);
+    velk::iref<velk::stubsmith_interface> host_object(new xt::host_interface);
     velk::iref<xt::hostprobe_plugin> probe;
     velk::iref<velk::lua::lua_context> context;
     try {

@@ -4,8 +4,8 @@
 #include "host/command_line.h"
 #include "host/commands.h"
 #include "host/engines.h"
-#include "host/host_registry.h"
 #include "host/host_paths.h"
+#include "host/host_registry.h"
 #include "host/plugin_loader.h"
 #include "host/script_runner.h"
 

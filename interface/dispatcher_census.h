@@ -16,7 +16,7 @@
 //   }
 #pragma once
 
-#include "interface/singleton.h"
+#include "comm/singleton.h"
 
 #include <atomic>
 #include <cstdint>

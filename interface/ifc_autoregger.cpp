@@ -6,7 +6,7 @@
 #include "interface/ifc_autoregger.h"
 
 #include "comm/alloc/commalloc.h"
-#include "interface/singleton.h"
+#include "comm/singleton.h"
 
 #include <new>
 

@@ -5,8 +5,8 @@
 // iglo_registrar itself, and the linker then leaves this file out.
 #include "interface/interface_register.h"
 
+#include "comm/singleton.h"
 #include "interface/registrar.h"
-#include "interface/singleton.h"
 
 
 namespace velk {

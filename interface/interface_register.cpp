@@ -8,7 +8,7 @@
 
 #include "comm/commassert.h"
 #include "comm/path_algebra.h"
-#include "comm/regex.h"
+#include "comm/regex/regex.h"
 #include "interface/creator_key.h"
 
 #include <cstring>

@@ -167,35 +167,43 @@ bool resolve_include_path(const token& current_path, const token& include_path, 
 
 // -- The log call ---------------------------------------------------------------
 
+namespace {
+
 // The host's log hook when the process's registry holds one; else the
-// host's logger when the registry gives one; else the module's own logger.
-// The registry is asked whatever its version, so that the refusals of a
-// registry of another version reach the host's log too. Every answer is a
-// counted reference already, never a weak one, so there is no count that
-// could have reached 0 by the time it arrives: nothing to lock.
-log_ref create_log_msg(int32_t type, const tokenhash& source, const void* context)
+// host's logger when the registry gives one; else the line is left to the
+// module's own logger. The registry is asked whatever its version, so that
+// the refusals of a registry of another version reach the host's log too.
+// Every answer is a counted reference already, never a weak one, so there is
+// no count that could have reached 0 by the time it arrives: nothing to lock.
+bool route_to_host(log_ref& out, int32_t type, const tokenhash& source, const void* context)
 {
-    if (interface_register_impl* r = cached_registrar()) {
-        if (registry_log_hook_fn hook = r->log_hook()) {
-            log_ref out;
-            hook(out, type, source, context);
-            return out;
-        }
-        if (logger_hook_fn hook = r->logger_hook())
-            if (logger* l = hook())
-                return l->create_msg(type, source, context);
+    interface_register_impl* r = cached_registrar();
+    if (!r)
+        return false;
+    if (registry_log_hook_fn hook = r->log_hook()) {
+        hook(out, type, source, context);
+        return true;
     }
-    logger* l = module_logger();
-    return l ? l->create_msg(type, source, context) : log_ref();
+    if (logger_hook_fn hook = r->logger_hook())
+        if (logger* l = hook()) {
+            out = l->create_msg(type, source, context);
+            return true;
+        }
+    return false;
 }
 
-logger* get_logger()
+logger* hosts_logger()
 {
     if (interface_register_impl* r = cached_registrar())
         if (logger_hook_fn hook = r->logger_hook())
-            if (logger* l = hook())
-                return l;
-    return module_logger();
+            return hook();
+    return nullptr;
 }
+
+// Runs before the module's ordinary static initialisers, so that their log
+// lines take the host's road too.
+[[gnu::constructor(101)]] void install_route_to_host() { install_log_route(&route_to_host, &hosts_logger); }
+
+} // namespace
 
 } // namespace velk

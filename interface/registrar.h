@@ -62,9 +62,8 @@ void setup(const token& path, registry_log_hook_fn log_hook, path_check_hook_fn 
 bool resolve_include_path(const token& current_path, const token& include_path, charstr& out,
                           token* out_relative);
 
-// create_log_msg and get_logger, the library's log call
-// (comm/log/logmsg.h), are this front's too: they ask the registry for the
-// host's log hook, then for its logger hook, and fall back on the module's
-// own logger.
+// The library's log call (create_log_msg and get_logger, comm/log/logmsg.h)
+// takes the route that this front installs at start: the registry's log
+// hook, then its logger hook, then the module's own logger.
 
 } // namespace velk

@@ -3,6 +3,7 @@
 #include "bindings/lua/hostprobe_plugin_lua_dispatcher.h"
 
 #include "bindings/lua/hostprobe_plugin_lua_creator.h"
+#include "bindings/lua/interface_from_lua.h"
 #include "bindings/lua/lua_state.h"
 #include "comm/exception.h"
 #include "comm/metastream/fmtstream_lua_capi.h"
@@ -85,7 +86,7 @@ int hostprobe_plugin_lua_dispatcher::create_lua(lua_State* L, velk::iref<velk::l
     velk::lua_streamer_context& streamer = velk::lua_streamer_context::get_lua_streamer(true);
     streamer.bind_stack(L);
     lua_pushvalue(L, 1);
-    velk::iref<velk::stubsmith_interface> host = streamer.interface_from_lua();
+    velk::iref<velk::stubsmith_interface> host = velk::lua::interface_from_lua(L);
 
     // Held locally from the start: a dispatcher that the native creator
     // leaves unbound ends with this reference.

@@ -8,7 +8,7 @@
 #include "comm/alloc/commalloc.h"
 
 #include "comm/alloc/mspace.h"
-#include "interface/singleton.h"
+#include "comm/singleton.h"
 
 #include <atomic>
 #include <new>

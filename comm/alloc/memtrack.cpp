@@ -8,10 +8,10 @@
 
 #include "comm/alloc/commalloc.h"
 #include "comm/alloc/mspace.h"
-#include "comm/charstr.h"
 #include "comm/binstream/filestream.h"
+#include "comm/charstr.h"
+#include "comm/singleton.h"
 #include "comm/zstring.h"
-#include "interface/singleton.h"
 
 #include <cxxabi.h>
 

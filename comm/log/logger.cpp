@@ -8,9 +8,9 @@
 
 #include "comm/alloc/commalloc.h"
 #include "comm/os/console.h"
+#include "comm/singleton.h"
 #include "comm/timer.h"
 #include "comm/zstring.h"
-#include "interface/singleton.h"
 
 #include <atomic>
 #include <cstring>
@@ -431,6 +431,41 @@ struct console_logger_lifetime
 } // namespace
 
 void set_module_logger(logger* l) { chosen_logger.store(l, std::memory_order_release); }
+
+// -- The log call ----------------------------------------------------------------------------------
+
+namespace {
+
+// Set once, by a static initialiser of the registry, before the first line
+// of most modules; atomic because a late installation may race a line.
+constinit std::atomic<log_route_fn> installed_route{nullptr};
+constinit std::atomic<logger_route_fn> installed_logger_route{nullptr};
+
+} // namespace
+
+void install_log_route(log_route_fn route, logger_route_fn logger_route)
+{
+    installed_route.store(route, std::memory_order_release);
+    installed_logger_route.store(logger_route, std::memory_order_release);
+}
+
+log_ref create_log_msg(int32_t type, const tokenhash& source, const void* context)
+{
+    log_ref out;
+    if (log_route_fn route = installed_route.load(std::memory_order_acquire))
+        if (route(out, type, source, context))
+            return out;
+    logger* l = module_logger();
+    return l ? l->create_msg(type, source, context) : log_ref();
+}
+
+logger* get_logger()
+{
+    if (logger_route_fn route = installed_logger_route.load(std::memory_order_acquire))
+        if (logger* l = route())
+            return l;
+    return module_logger();
+}
 
 logger* module_logger()
 {

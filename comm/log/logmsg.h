@@ -70,10 +70,22 @@ private:
 using log_ref = ref<logmsg>;
 
 // A new message of level type from source, or an empty reference when the
-// level refuses it. context is handed to the host's hook. Throws
-// std::bad_alloc when a message can't be allocated; nothing else. Defined
-// with the registry's front (interface/registrar.cpp).
+// level refuses it. context is handed to the host's hook. Goes the installed
+// route first (see install_log_route), else to the module's own logger.
+// Throws std::bad_alloc when a message can't be allocated; nothing else.
 log_ref create_log_msg(int32_t type, const tokenhash& source, const void* context);
+
+// The part of a log call that lies above the library: the interface registry
+// installs it, so that lines reach the host's hooks. A route answers true
+// when it took the line (out filled, or left empty when the host's logger
+// refused it), false to leave the line to the module's own logger.
+using log_route_fn = bool (*)(log_ref& out, int32_t type, const tokenhash& source, const void* context);
+// The host's logger by the same route, or null to leave it to the module's.
+using logger_route_fn = logger* (*)();
+
+// Installs the route of every later log call of this module; nulls take it
+// away. A module without a registry keeps the default, its own logger.
+void install_log_route(log_route_fn route, logger_route_fn logger_route);
 
 // The logger that create_log_msg uses when the host gives no log hook: the
 // host's, through the registry's logger hook, else this module's own.

@@ -22,7 +22,6 @@
 #include "comm/iref.h"
 #include "comm/metastream/fmtstream.h"
 #include "comm/metastream/metastream.h"
-#include "interface/stubsmith_interface.h"
 
 #include <cstdint>
 
@@ -132,11 +131,6 @@ public:
     // then the value may still be there.
     void from_lua(charstr& text);
 
-    // The host_interface object behind the script object on the top of the
-    // stack, with a reference added; null when the value is no object table,
-    // its "__cthis" is no pointer, or the object is of another interface.
-    // The value is popped in all cases.
-    iref<stubsmith_interface> interface_from_lua();
 
     metastream meta;
     fmtstream_lua_capi fmt;

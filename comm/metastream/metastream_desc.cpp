@@ -2,7 +2,7 @@
 // a streaming function in define mode goes through.
 #include "comm/metastream/metastream.h"
 
-#include "interface/singleton.h"
+#include "comm/singleton.h"
 
 namespace velk {
 

@@ -3,7 +3,7 @@
 #include "comm/exception.h"
 #include "comm/iref.h"
 #include "comm/log/logger.h"
-#include "tests/log_capture.h"
+#include "tests/support/log_capture.h"
 
 #include <gtest/gtest.h>
 

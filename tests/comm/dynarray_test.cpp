@@ -1,6 +1,6 @@
 #include "comm/dynarray.h"
 
-#include "tests/array_requests.h"
+#include "tests/support/array_requests.h"
 
 #include <gtest/gtest.h>
 

@@ -4,7 +4,7 @@
 
 #include "comm/exception.h"
 #include "comm/os/thread.h"
-#include "tests/log_capture.h"
+#include "tests/support/log_capture.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>

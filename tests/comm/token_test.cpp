@@ -1,7 +1,7 @@
 #include "comm/token.h"
 
 #include "comm/commassert.h"
-#include "tests/log_capture.h"
+#include "tests/support/log_capture.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include "comm/charstr.h"
 #include "comm/commassert.h"
-#include "tests/log_capture.h"
+#include "tests/support/log_capture.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "comm/zstring.h"
 
 #include "comm/charstr.h"
-#include "interface/singleton.h"
+#include "comm/singleton.h"
 
 #include <gtest/gtest.h>
 

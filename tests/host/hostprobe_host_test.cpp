@@ -6,7 +6,7 @@
 #include "plugin/hostprobe_plugin.h"
 #include "plugin/hostprobe_plugin_methods.h"
 #include "plugin/os/adapters.h"
-#include "tests/child_process.h"
+#include "tests/support/child_process.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include "plugin/adapter_text.h"
 #include "plugin/mersenne_twister.h"
 #include "plugin/os/adapters.h"
-#include "tests/child_process.h"
+#include "tests/support/child_process.h"
 
 #include <unistd.h>
 

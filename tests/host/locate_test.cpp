@@ -1,6 +1,6 @@
 // hostprobe-locate run as a user runs it, pointed by its environment at
 // services of the test's own on 127.0.0.1.
-#include "tests/loopback_http_server.h"
+#include "tests/support/loopback_http_server.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include "tests/interface/register_helpers.h"
 
 #include "comm/exception.h"
-#include "comm/regex.h"
+#include "comm/regex/regex.h"
 
 #include <gtest/gtest.h>
 

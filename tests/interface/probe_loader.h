@@ -2,7 +2,7 @@
 // immediate binding and local symbols, and unloaded at the end of scope.
 #pragma once
 
-#include "tests/interface/singleton_probe.h"
+#include "tests/comm/singleton_probe.h"
 
 #include <dlfcn.h>
 

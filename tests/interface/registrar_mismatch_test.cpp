@@ -6,7 +6,7 @@
 #include "interface/registrar.h"
 
 #include "comm/log/logger.h"
-#include "tests/log_capture.h"
+#include "tests/support/log_capture.h"
 
 #include <dlfcn.h>
 

@@ -6,11 +6,11 @@
 #include "interface/registrar.h"
 
 #include "comm/dir.h"
-#include "comm/os/module.h"
-#include "interface/ifc_autoregger.h"
-#include "interface/singleton.h"
 #include "comm/log/logger.h"
-#include "tests/log_capture.h"
+#include "comm/os/module.h"
+#include "comm/singleton.h"
+#include "interface/ifc_autoregger.h"
+#include "tests/support/log_capture.h"
 
 #include <gtest/gtest.h>
 

@@ -5,8 +5,8 @@
 #include "interface/registrar.h"
 
 #include "comm/exception.h"
-#include "tests/child_process.h"
-#include "tests/log_capture.h"
+#include "tests/support/child_process.h"
+#include "tests/support/log_capture.h"
 
 #include <gtest/gtest.h>
 

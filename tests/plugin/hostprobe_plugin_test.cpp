@@ -3,8 +3,8 @@
 #include "comm/commassert.h"
 #include "comm/exception.h"
 #include "plugin/simplugin.h"
-#include "tests/plugin/host_interface_stub.h"
 #include "tests/plugin/sysfs_adapters.h"
+#include "tests/support/host_interface_stub.h"
 
 #include <gtest/gtest.h>
 

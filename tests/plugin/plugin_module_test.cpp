@@ -8,7 +8,7 @@
 #include "interface/registrar.h"
 #include "plugin/hostprobe_plugin.h"
 #include "tests/interface/registry_probe.h"
-#include "tests/plugin/host_interface_stub.h"
+#include "tests/support/host_interface_stub.h"
 
 #include <dlfcn.h>
 #include <unistd.h>

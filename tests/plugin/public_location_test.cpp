@@ -2,7 +2,7 @@
 // here reaches beyond the machine.
 #include "plugin/public_location.h"
 
-#include "tests/loopback_http_server.h"
+#include "tests/support/loopback_http_server.h"
 
 #include <gtest/gtest.h>
 #include <json/json.h>

@@ -3,7 +3,7 @@
 // of the process: each test works on a backend of its own.
 #include "interface/registrar.h"
 #include "plugin/hostprobe_plugin.h"
-#include "tests/plugin/host_interface_stub.h"
+#include "tests/support/host_interface_stub.h"
 
 #include <gtest/gtest.h>
 

@@ -11,8 +11,8 @@
 #include "bindings/js/script_source.h"
 #include "comm/iref.h"
 #include "plugin/hostprobe_plugin.h"
-#include "tests/plugin/host_interface_stub.h"
 #include "tests/support/binding_test_host.h"
+#include "tests/support/host_interface_stub.h"
 
 #include <gtest/gtest.h>
 #include <v8.h>

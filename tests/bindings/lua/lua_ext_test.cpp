@@ -1,6 +1,6 @@
 // The functions the binding adds to the Lua API, and its fixed names.
-#include "bindings/lua/lua_ext.h"
 #include "bindings/lua/lua_errors.h"
+#include "bindings/lua/lua_ext.h"
 #include "bindings/lua/lua_state.h"
 
 #include <gtest/gtest.h>

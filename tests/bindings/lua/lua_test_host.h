@@ -13,8 +13,8 @@
 #include "bindings/lua/script_source.h"
 #include "comm/iref.h"
 #include "plugin/hostprobe_plugin.h"
-#include "tests/plugin/host_interface_stub.h"
 #include "tests/support/binding_test_host.h"
+#include "tests/support/host_interface_stub.h"
 
 #include <gtest/gtest.h>
 #include <lua.hpp>

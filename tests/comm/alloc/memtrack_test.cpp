@@ -4,8 +4,8 @@
 
 #include "comm/alloc/mspace.h"
 #include "comm/thread.h"
-#include "tests/log_capture.h"
-#include "tests/temp_dir.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -4,7 +4,7 @@
 #include "comm/binstream/binstreambuf.h"
 #include "comm/binstream/filestream.h"
 
-#include "../../temp_dir.h"
+#include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>
 

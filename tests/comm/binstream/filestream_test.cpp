@@ -5,8 +5,8 @@
 #include "comm/binstream/bifstream.h"
 #include "comm/binstream/filestream.h"
 
-#include "../../file_size_limit.h"
-#include "../../temp_dir.h"
+#include "tests/support/file_size_limit.h"
+#include "tests/support/temp_dir.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

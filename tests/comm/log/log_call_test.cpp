@@ -7,7 +7,7 @@
 #include "comm/log/logger.h"
 
 #include "interface/registrar.h"
-#include "tests/log_capture.h"
+#include "tests/support/log_capture.h"
 
 #include <gtest/gtest.h>
 

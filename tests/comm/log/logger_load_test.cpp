@@ -8,7 +8,7 @@
 // LOGGER_LOAD_MESSAGES sets the lines per producer (default 200,000).
 #include "comm/log/logger.h"
 
-#include "tests/temp_dir.h"
+#include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>
 

@@ -5,8 +5,8 @@
 
 #include "comm/commassert.h"
 #include "comm/os/console.h"
-#include "tests/log_capture.h"
-#include "tests/temp_dir.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include "comm/metastream/metastream.h"
 #include "tests/comm/metastream/test_types.h"
 #include "tests/comm/metastream/text_format.h"
-#include "tests/log_capture.h"
+#include "tests/support/log_capture.h"
 
 #include <gtest/gtest.h>
 

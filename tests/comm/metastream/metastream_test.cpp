@@ -3,11 +3,11 @@
 // failures of a format reported with their position.
 #include "comm/exception.h"
 #include "comm/metastream/metastream.h"
-#include "tests/array_requests.h"
 #include "tests/comm/metastream/failing_format.h"
 #include "tests/comm/metastream/recording_format.h"
 #include "tests/comm/metastream/test_types.h"
 #include "tests/comm/metastream/text_format.h"
+#include "tests/support/array_requests.h"
 
 #include <gtest/gtest.h>
 

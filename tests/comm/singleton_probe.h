@@ -3,7 +3,7 @@
 // sglo_registrar, nothing else; the tests load them with dlopen.
 #pragma once
 
-#include "interface/singleton.h"
+#include "comm/singleton.h"
 
 #include <cstdint>
 

@@ -12,11 +12,11 @@
 // memo of these rounds' states (regex_dfa.h) when the program allows; a
 // leading line of plain characters is compared as bytes first. Both give what
 // the rounds give. See regex.h for what each of the three runs gives.
-#include "comm/regex.h"
+#include "comm/regex/regex.h"
 
-#include "comm/regex_dfa.h"
-#include "comm/regex_program.h"
-#include "comm/regex_scratch.h"
+#include "comm/regex/regex_dfa.h"
+#include "comm/regex/regex_program.h"
+#include "comm/regex/regex_scratch.h"
 
 #include <cstring>
 

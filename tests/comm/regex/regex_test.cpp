@@ -2,11 +2,11 @@
 // sub-match slots, one program on several threads, and long inputs that
 // would make a backtracking matcher give up. The table of constructs is in
 // regex_table_test.cpp.
-#include "comm/regex.h"
+#include "comm/regex/regex.h"
 
 #include "comm/exception.h"
-#include "comm/regex_program.h"
-#include "comm/regex_scratch.h"
+#include "comm/regex/regex_program.h"
+#include "comm/regex/regex_scratch.h"
 
 #include <gtest/gtest.h>
 

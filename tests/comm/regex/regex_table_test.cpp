@@ -4,7 +4,7 @@
 // alternatives that meet on one instruction keep the later start ("meet");
 // for match, the whole input, or the empty token where the scan stopped, or
 // null; for leading, the longest match from the start.
-#include "comm/regex.h"
+#include "comm/regex/regex.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 //
 // The address and port are kept in network order, as the system's record
 // has them; every conversion to host order goes through net32 and net16.
-#include "comm/net_address.h"
+#include "comm/net/net_address.h"
 
 #include "comm/os/net.h"
 

@@ -3,10 +3,10 @@
 // every loop bounded, so that a broken socket fails a test instead of
 // hanging it. Sockets are checked, where the wrapper can't tell, with the
 // system's own calls.
-#include "comm/net_socket.h"
+#include "comm/net/net_socket.h"
 
 #include "comm/opcd.h"
-#include "fake_name_service.h"
+#include "tests/comm/net/fake_name_service.h"
 
 #include <fcntl.h>
 #include <netinet/in.h>

@@ -5,7 +5,7 @@
 // register singletons before any ordered start-up, so the managers are
 // function-local statics and the hand-over slot and the cache are constant
 // initialised.
-#include "interface/singleton.h"
+#include "comm/singleton.h"
 
 #include "comm/alloc/commalloc.h"
 #include "comm/alloc/memtrack.h"

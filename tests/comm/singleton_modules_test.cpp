@@ -2,7 +2,7 @@
 // sglo_registrar as a host does: two probe plug-ins, each with its own copy
 // of velk, loaded with dlopen. The paths of the modules come from the build
 // (PROBE_MODULE_A, PROBE_MODULE_B).
-#include "interface/singleton.h"
+#include "comm/singleton.h"
 
 #include "comm/os/module.h"
 #include "tests/interface/probe_loader.h"

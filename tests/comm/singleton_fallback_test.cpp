@@ -2,7 +2,7 @@
 // sglo_registrar: each module falls back on its own shared manager. The
 // modules stay loaded to the end of the process, because their process-wide
 // singletons live in their own statics and no module destroys those.
-#include "interface/singleton.h"
+#include "comm/singleton.h"
 
 #include "comm/os/module.h"
 #include "tests/interface/probe_loader.h"

@@ -1,7 +1,7 @@
-// host_interface: the identity slots of the host's object.
-#include "host/host_interface.h"
+// host_interface: the identity slots of the smallest host object.
+#include "plugin/host_interface.h"
 
-namespace host {
+namespace xt {
 
 const velk::tokenhash& host_interface::interface_name() const
 {
@@ -15,4 +15,4 @@ const velk::token& host_interface::wrapper_key(velk::backend) const
     return none;
 }
 
-} // namespace host
+} // namespace xt

@@ -3,7 +3,7 @@
 // The memo of anchored runs: states made on demand from the sets of
 // instructions that the rounds would step, and the loop that walks them. See
 // regex_dfa.h for when it applies and why it gives what the rounds give.
-#include "comm/regex_dfa.h"
+#include "comm/regex/regex_dfa.h"
 
 #include <algorithm>
 #include <cstring>

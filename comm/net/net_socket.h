@@ -20,7 +20,7 @@
 // thread's call is the caller's problem.
 #pragma once
 
-#include "comm/net_address.h"
+#include "comm/net/net_address.h"
 #include "comm/os/net.h"
 #include "comm/token.h"
 

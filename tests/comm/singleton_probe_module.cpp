@@ -1,7 +1,7 @@
 // A probe module: built twice, as two plug-ins that each link their own copy
 // of velk, and loaded by the cross-module tests. PROBE_TAG tells the builds
 // apart in what they record.
-#include "tests/interface/singleton_probe.h"
+#include "tests/comm/singleton_probe.h"
 
 #include "comm/os/module.h"
 

@@ -13,8 +13,8 @@
 #pragma once
 
 #include "comm/dynarray.h"
-#include "comm/regex_dfa.h"
-#include "comm/regex_program.h"
+#include "comm/regex/regex_dfa.h"
+#include "comm/regex/regex_program.h"
 #include "comm/token.h"
 
 #include <cstdint>

@@ -2,10 +2,10 @@
 // resolution and the lookups of this machine. Names go to a fake name
 // service (fake_name_service.h) unless a test says that it asks the system,
 // and then only for "localhost" and numeric forms, which need no network.
-#include "comm/net_address.h"
+#include "comm/net/net_address.h"
 
 #include "comm/os/net.h"
-#include "fake_name_service.h"
+#include "tests/comm/net/fake_name_service.h"
 
 #include <unistd.h>
 

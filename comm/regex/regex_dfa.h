@@ -18,7 +18,7 @@
 #pragma once
 
 #include "comm/dynarray.h"
-#include "comm/regex_program.h"
+#include "comm/regex/regex_program.h"
 #include "comm/token.h"
 
 #include <cstdint>

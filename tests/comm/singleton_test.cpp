@@ -1,10 +1,10 @@
 // Global singletons within one module: the manager's list operations, the
 // module's entry points and the hand-over. The cross-module behaviour is in
 // singleton_modules_test.cpp and singleton_fallback_test.cpp.
-#include "interface/singleton.h"
+#include "comm/singleton.h"
 
 #include "comm/commassert.h"
-#include "tests/log_capture.h"
+#include "tests/support/log_capture.h"
 
 #include <gtest/gtest.h>
 

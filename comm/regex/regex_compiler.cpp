@@ -12,8 +12,8 @@
 // the join points (op_nop) are skipped over, so that a run never meets one.
 #include "comm/charstr.h"
 #include "comm/exception.h"
-#include "comm/regex_program.h"
-#include "comm/regex_scratch.h"
+#include "comm/regex/regex_program.h"
+#include "comm/regex/regex_scratch.h"
 
 #include <algorithm>
 #include <atomic>

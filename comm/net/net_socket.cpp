@@ -1,7 +1,7 @@
 // net_socket: the wrapper's rules over the socket calls of comm/os/net: the
 // answer for a missing handle, the options that must not fail, the graceful
 // close and the waits.
-#include "comm/net_socket.h"
+#include "comm/net/net_socket.h"
 
 #include "comm/opcd.h"
 
