@@ -1,12 +1,16 @@
 #!/usr/bin/env bash
-# The test job: set up, build, run every benchmark once with a minimal time so
-# that none of them can rot, run the whole suite through CTest, then build the
+# The test job: set up, check that every include looks down the layers,
+# build, run every benchmark once with a minimal time so that none of them
+# can rot, run the whole suite through CTest, then build the
 # suite again with AddressSanitizer and UndefinedBehaviorSanitizer and run it
 # there too. Any failure or sanitizer report fails the job.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)
 "$root/scripts/setup.sh"
+
+echo "== include check"
+"$root/scripts/check_includes.sh"
 
 echo "== build"
 "$root/scripts/build.sh" release
