@@ -179,34 +179,33 @@ void policy_msg::release_hook()
 
 namespace {
 
-// Writes all of [p, p + len) to f. A failure throws its opcd; a write that
-// makes no progress throws ers::io_error.
-void write_all(filestream& f, const char* p, uint64_t len)
+// One raw write of [p, p + len) to f; what the file doesn't take is dropped.
+// A full disk or a size limit would only refuse the rest again (or raise
+// SIGXFSZ), and a log line must not fail the process that logs it. One call
+// takes at most 2^32 - 1 bytes: a longer pending text is cut there too.
+void write_once(filestream& f, const char* p, uint64_t len)
 {
-    while (len) {
-        uint64_t left = len;
-        opcd e = f.write_raw(p, left);
-        if (e)
-            throw e;
-        if (left == len)
-            throw ers::io_error;
-        p += len - left;
-        len = left;
-    }
+    (void)f.write_raw(p, len); // a short or failed write counts as done
 }
 
 } // namespace
 
+// A failure to open, even for want of memory for the name, counts as not
+// open: the text gathers in pending and the next message tries again.
 bool logger_file::ensure_open()
 {
     if (is_open())
         return true;
     if (_name.is_empty())
         return false;
-    if (open(zstring(_name.c_str()), "wct"))
-        return false; // still not open: the next message tries again
+    try {
+        if (open(zstring(_name.c_str()), "wct"))
+            return false;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
     if (!_pending.is_empty()) {
-        write_all(*this, _pending.ptr(), _pending.lens());
+        write_once(*this, _pending.ptr(), _pending.lens());
         charstr().swap(_pending); // frees it
     }
     return true;
@@ -216,7 +215,7 @@ void logger_file::write_gathered()
 {
     if (_gathered.is_empty())
         return;
-    write_all(*this, _gathered.ptr(), _gathered.lens());
+    write_once(*this, _gathered.ptr(), _gathered.lens());
     _gathered.reset();
 }
 
@@ -513,7 +512,7 @@ log_writer::~log_writer()
 {
     try {
         drain();
-    } catch (...) { // a file that fails now has nobody to report to
+    } catch (...) { // running out of memory now has nobody to report to
     }
     thread t = writer_thread();
     if (!t.is_invalid())
@@ -628,7 +627,7 @@ void log_writer::drain()
             if (current)
                 current->write_gathered();
         } catch (...) {
-            // The batch's remaining lines go with the failure.
+            // Only allocation fails here; the batch's remaining lines go with it.
             for (; n; n = n->next) {
                 last = n;
                 n->msg.release();

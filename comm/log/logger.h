@@ -100,9 +100,12 @@ private:
     friend class log_writer;
 
     // Opens the named file when it is not open (truncating it) and writes
-    // pending first. False while it can't be opened.
+    // pending first, with one raw write. False while it can't be opened.
+    // Doesn't throw.
     bool ensure_open();
-    // Writes what the current drain gathered; throws the failure's opcd.
+    // Writes what the current drain gathered with one raw write and empties
+    // it. What the file doesn't take (a full device, a size limit, a
+    // failing write) is dropped. Doesn't throw.
     void write_gathered();
 
     charstr _pending;
@@ -313,7 +316,8 @@ public:
     // Links msg at the tail of the queue; msg is empty afterwards.
     void push(log_ref& msg);
     // Writes every queued message on the calling thread, in queue order.
-    // One drain runs at a time. A failed file write throws its opcd.
+    // One drain runs at a time. A file that fails drops the text; only
+    // std::bad_alloc is thrown, and the rest of that batch is dropped.
     void drain();
     // Starts the thread when it does not run.
     void ensure_running();
