@@ -18,7 +18,7 @@
 // fails (the reason on standard error), 2 for wrong arguments.
 #include "comm/log/logger.h"
 
-#include "tests/file_size_limit.h"
+#include "tests/support/file_size_limit.h"
 
 #include <sched.h>
 #include <sys/mount.h>

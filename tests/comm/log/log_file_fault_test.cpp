@@ -4,8 +4,8 @@
 // lives on and logs to a sound file and to the console afterwards. Each
 // case runs in log_file_fault_child, so that the fault stays out of this
 // program; the log that the child leaves behind is checked here.
-#include "tests/child_process.h"
-#include "tests/temp_dir.h"
+#include "tests/support/child_process.h"
+#include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
