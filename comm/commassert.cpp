@@ -99,7 +99,7 @@ uint8_t assert_report(const assert_message& message, const char* file, int32_t l
     token path(file);
     token name = path.cut_back_at_group("\\/", cut_drop_separator | cut_return_right);
 
-    if (log_ref msg = create_log_msg(1, tokenhash(), nullptr)) {
+    if (log_ref msg = create_log_msg(log_level::error, tokenhash(), nullptr)) {
         *msg << "Assertion failed in " << name << '(' << static_cast<int64_t>(line) << "), function ";
         if (function)
             *msg << function;

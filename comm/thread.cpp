@@ -44,6 +44,10 @@ void* thread_key::get() const { return os::tls_get(_key); }
 
 namespace {
 
+// The place that the manager gives its singleton manager, with the line of
+// the call: reports list it with the library's threading primitives.
+constexpr const char* thread_manager_place = "comm/pthreadx";
+
 thread_manager* the_manager = nullptr;
 
 void* create_manager() { return new thread_manager; }
@@ -58,7 +62,7 @@ struct manager_lifetime
     {
         the_manager = static_cast<thread_manager*>(register_singleton(
             &create_manager, &destroy_manager, nullptr, singleton_type_name<thread_manager>(),
-            "comm/pthreadx", __LINE__, true));
+            thread_manager_place, __LINE__, true));
     }
     ~manager_lifetime()
     {
@@ -160,7 +164,7 @@ void thread_manager::unregister(uint32_t id)
 void thread_manager::report_exception(const thread_record* r, const char* what, bool out_of_memory)
 {
     try {
-        VELK_LOG(0, "threadmgr") << (out_of_memory ? "out of memory in thread " : "exception in thread ")
+        VELK_LOG(log_level::fatal, "threadmgr") << (out_of_memory ? "out of memory in thread " : "exception in thread ")
                                  << r->name << ": " << what << '\r';
     } catch (...) {
     }

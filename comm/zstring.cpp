@@ -206,7 +206,7 @@ zstring::zpool* zstring::process_pool()
 {
     zpool* p = process_zpool.load(std::memory_order_acquire);
     if (!p) {
-        p = register_singleton_of<zpool>(false, "comm/zstring", __LINE__);
+        p = register_singleton_of<zpool>(false);
         process_zpool.store(p, std::memory_order_release);
     }
     return p;

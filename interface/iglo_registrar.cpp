@@ -13,6 +13,11 @@ namespace velk {
 
 namespace {
 
+// The place under which every module lists its registry among its
+// singletons, the same in every build, so that reports read the same.
+constexpr const char* registry_place = "comm/interface";
+constexpr int32_t registry_line = 685;
+
 // Null before the first use and again after the module's static
 // destruction removed the registry.
 interface_register_impl* registry_of_this_module = nullptr;
@@ -31,13 +36,10 @@ void init_nothing(void*) {}
 // not reach it afterwards.
 struct registry_lifetime
 {
-    // "comm/interface", line 685: the place under which every module lists
-    // its registry among its singletons, so that reports read the same
-    // everywhere.
     registry_lifetime()
     {
         void* r = register_singleton(&create_registry, &destroy_registry, &init_nothing,
-                                     singleton_type_name<interface_register_impl>(), "comm/interface", 685, true);
+                                     singleton_type_name<interface_register_impl>(), registry_place, registry_line, true);
         registry_of_this_module = static_cast<interface_register_impl*>(r);
     }
 

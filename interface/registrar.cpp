@@ -95,7 +95,7 @@ bool register_creator(const token& key, creator_fn creator)
     interface_register_impl* r = registrar();
     if (!r->version_ok(interface_version)) {
         if (creator) { // a refused removal stays silent
-            VELK_LOG(1, "ifcreg") << "declined interface registration for " << key
+            VELK_LOG(log_level::error, "ifcreg") << "declined interface registration for " << key
                                   << ", mismatched stubsmith version (v" << interface_version << ")";
         }
         return false;
@@ -110,7 +110,7 @@ creator_fn get_creator(const token& key)
 {
     interface_register_impl* r = registrar();
     if (!r->version_ok(interface_version)) {
-        VELK_LOG(1, "ifcreg") << "mismatched stubsmith version for " << key << "(v" << interface_version << ")";
+        VELK_LOG(log_level::error, "ifcreg") << "mismatched stubsmith version for " << key << "(v" << interface_version << ")";
         return nullptr;
     }
     return r->find_creator(key);

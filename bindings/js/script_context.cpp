@@ -113,7 +113,7 @@ void report_missing_creator(const token& source, const token& name, const token&
 {
     dynarray<creator_match> found;
     find_creators(name, token(""), found); // an empty script: native creators only
-    log_ref msg = create_log_msg(2, tokenhash(source), nullptr);
+    log_ref msg = create_log_msg(log_level::warning, tokenhash(source), nullptr);
     if (!msg)
         return;
     if (found.size() == 0) {

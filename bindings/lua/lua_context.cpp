@@ -102,7 +102,7 @@ int context_log(lua_State* L)
     // Hashed here: the source is the script's, known only at run time.
     tokenhash hashed(source);
     token text = lua_toltoken(L, -3);
-    if (log_ref msg = create_log_msg(-1, hashed, nullptr); msg && !text.is_empty())
+    if (log_ref msg = create_log_msg(log_level::none, hashed, nullptr); msg && !text.is_empty())
         *msg << text;
     // The line goes out as msg drops, while the source is still on the stack.
     lua_settop(L, -3);

@@ -17,6 +17,10 @@ namespace velk {
 
 namespace {
 
+// The place that the array space gives its singleton manager, with the line
+// of the call.
+constexpr const char* commalloc_place = "comm/alloc/commalloc";
+
 constexpr uint64_t count_word = 8;
 // Puts the count word on a chunk boundary + 8, its elements at 0 modulo 16.
 constexpr uint64_t array_align_offset = 8;
@@ -71,7 +75,7 @@ mspace array_space()
     if (!array_space_holder) {
         array_space_holder = static_cast<comm_array_mspace*>(register_singleton(
             &create_array_space, &destroy_array_space, &init_array_space,
-            singleton_type_name<comm_array_mspace>(), "comm/alloc/commalloc", __LINE__, true));
+            singleton_type_name<comm_array_mspace>(), commalloc_place, __LINE__, true));
         static array_space_exit at_exit;
     }
     return array_space_holder->space;

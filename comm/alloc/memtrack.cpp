@@ -23,6 +23,11 @@ namespace velk {
 
 namespace {
 
+// The place that the report buffer gives its singleton manager, the same in
+// every build.
+constexpr const char* report_buffer_place = "comm/alloc/memtrack";
+constexpr int32_t report_buffer_line = 235;
+
 // Stops recursion when making the tracker allocates; plain, not per thread:
 // another thread that comes in meanwhile is simply not tracked.
 bool making_tracker = false;
@@ -59,7 +64,7 @@ struct report_buffer_lifetime
     report_buffer_lifetime()
     {
         comm_array_mspace_ensure();
-        report_buffer = register_singleton_of<charstr>(true, "comm/alloc/memtrack", 235);
+        report_buffer = register_singleton_of<charstr>(true, report_buffer_place, report_buffer_line);
     }
     ~report_buffer_lifetime() { remove_singleton(std::exchange(report_buffer, nullptr)); }
 };

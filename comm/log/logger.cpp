@@ -21,6 +21,13 @@ namespace velk {
 
 namespace {
 
+// The places that the logger's singletons give their manager, for reports:
+// the fallback logger's is that of the registry's front, where the log call
+// began, and is the same in every build.
+constexpr const char* console_logger_place = "comm/interface";
+constexpr int32_t console_logger_line = 529;
+constexpr const char* logger_place = "comm/log/logger";
+
 // A new message reserves this much text, so that a line of usual length
 // never grows its buffer.
 constexpr uint32_t message_reserve = 128;
@@ -341,7 +348,7 @@ log_ref logger::make_msg(int32_t type, const tokenhash& source, const uint64_t* 
         m->_logger = this;
         m->_type = type;
         m->_source = source;
-        if (type == 6)
+        if (type == log_level::perf)
             m->_start = current_time_ns();
         if (time_ms) {
             append_log_time(m->_text, *time_ms, true, 3);
@@ -360,13 +367,13 @@ log_ref logger::make_msg(int32_t type, const tokenhash& source, const uint64_t* 
 void logger::deliver(policy_msg* policy, logmsg* m)
 {
     logger* target = m->_logger;
-    if (m->_type == 6) {
+    if (m->_type == log_level::perf) {
         float ms = static_cast<float>(current_time_ns() - m->_start) * 0.000001f;
         m->_text << " (";
         m->_text.append_float(ms, -6, 24);
         m->_text << "ms)";
     }
-    if (m->_type == -1) {
+    if (m->_type == log_level::none) {
         token t = m->_text;
         m->_type = log_level_from_text(t);
     }
@@ -422,7 +429,7 @@ struct console_logger_lifetime
 {
     console_logger_lifetime()
     {
-        console_logger = register_singleton_of<stdoutlogger>(true, "comm/interface", 529);
+        console_logger = register_singleton_of<stdoutlogger>(true, console_logger_place, console_logger_line);
     }
     ~console_logger_lifetime() { remove_singleton(std::exchange(console_logger, nullptr)); }
 };
@@ -487,7 +494,7 @@ struct writer_lifetime
     writer_lifetime()
     {
         log_message_pool();
-        the_writer = register_singleton_of<log_writer>(true, "comm/log/logger", __LINE__);
+        the_writer = register_singleton_of<log_writer>(true, logger_place, __LINE__);
     }
     ~writer_lifetime() { remove_singleton(std::exchange(the_writer, nullptr)); }
 };

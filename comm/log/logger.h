@@ -12,7 +12,7 @@
 //
 //   velk::logger log(false, true);
 //   log.open("/var/log/app.log");
-//   if (velk::log_ref m = log.create_msg(3, "app", nullptr))
+//   if (velk::log_ref m = log.create_msg(velk::log_level::message, "app", nullptr))
 //       *m << "started in " << ms << " ms";   // delivered here
 //   velk::logger::flush();
 //
@@ -204,7 +204,7 @@ public:
     void set_level(int32_t level, bool perf = false)
     {
         _level = level;
-        _perf = perf || level >= 6;
+        _perf = perf || level >= log_level::perf;
     }
     int32_t level() const { return _level; }
     bool perf() const { return _perf; }
@@ -215,7 +215,7 @@ public:
     // context is not used here. Throws std::bad_alloc.
     log_ref create_msg(int32_t type, const tokenhash& source, const void* context)
     {
-        if (type > _level && !(_perf && type == 6))
+        if (type > _level && !(_perf && type == log_level::perf))
             return log_ref();
         return make_msg(type, source, nullptr);
     }
@@ -223,7 +223,7 @@ public:
     // blank before the prefix when time_ms is not null.
     log_ref create_msg(int32_t type, const tokenhash& source, const void* context, const uint64_t* time_ms)
     {
-        if (type > _level && !(_perf && type == 6))
+        if (type > _level && !(_perf && type == log_level::perf))
             return log_ref();
         return make_msg(type, source, time_ms);
     }
@@ -275,7 +275,7 @@ private:
 
     log_filter_slots _filters;
     ref<logger_file> _file;
-    int32_t _level = 7;
+    int32_t _level = log_level::all;
     bool _stdout_copy;
     bool _perf = false;
     int32_t _console = 1;

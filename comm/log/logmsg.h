@@ -6,9 +6,10 @@
 // written on the logger's own thread. An empty reference means: write
 // nothing and go on. A log line never fails its caller.
 //
-//   VELK_LOG(2, "ifcreg") << "key refused: " << key;
+//   VELK_LOG(log_level::warning, "ifcreg") << "key refused: " << key;
 //
-// Levels run from -1 (decide from the text) to 6; source is a short name
+// Levels run from log_level::none (decide from the text) to
+// log_level::perf; source is a short name
 // whose text must stay valid until the line is written (a literal). The
 // message is made by the host's log hook when the process's registry holds
 // one, else by the host's logger, else by this module's own logger (see
@@ -23,6 +24,20 @@
 #include <cstdint>
 
 namespace velk {
+
+// The levels of a log line. A logger lets a line through when its level is
+// no higher than the logger's; the numbers are a contract between modules.
+namespace log_level {
+inline constexpr int32_t none = -1;   // no level given: the text's first words decide
+inline constexpr int32_t fatal = 0;   // "FATAL: "
+inline constexpr int32_t error = 1;   // "ERROR: "
+inline constexpr int32_t warning = 2; // "WARNING: "
+inline constexpr int32_t message = 3; // "INFO: ", shown brighter than info
+inline constexpr int32_t info = 4;    // "INFO: "
+inline constexpr int32_t debug = 5;   // "DEBUG: "
+inline constexpr int32_t perf = 6;    // "PERF: ", timed from the message's making
+inline constexpr int32_t all = 7;     // a logger's level that lets every line through
+} // namespace log_level
 
 class logger;
 class logger_file;

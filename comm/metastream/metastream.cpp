@@ -716,7 +716,7 @@ void metastream::warn_obsolete(const token& name)
     err << "warning: obsolete variable '" << name << "'";
     if (fmt_read)
         fmt_read->fmtstream_err(err, false);
-    VELK_LOG(2, "metastream") << err;
+    VELK_LOG(log_level::warning, "metastream") << err;
 }
 
 void metastream::dump_stack(int32_t depth, const var_desc* last)

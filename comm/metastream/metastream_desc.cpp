@@ -91,7 +91,7 @@ metastream::structure_map& metastream::get_structure_map()
     // Each thread gets its own node: local registrations are never matched.
     static thread_local structure_map* slot = nullptr;
     if (!slot)
-        slot = register_singleton_of<structure_map>(true, "comm/metastream/metastream", __LINE__);
+        slot = register_singleton_of<structure_map>(true);
     return *slot;
 }
 
