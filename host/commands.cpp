@@ -130,18 +130,38 @@ bool option_value(int argc, char** args, int& i, const char*& out, velk::charstr
     return true;
 }
 
+// The value of limit option args[i], a number from 1 to the 32-bit maximum;
+// advances i past it. False, with the reason in error, for anything else:
+// a limit of 0 would end every script at once, and no limit is the default.
+bool limit_value(int argc, char** args, int& i, uint32_t& out, velk::charstr& error)
+{
+    const char* option = args[i];
+    const char* text = nullptr;
+    if (!option_value(argc, args, i, text, error))
+        return false;
+    velk::charstr why;
+    if (!parse_uint32(text, out, why) || out == 0) {
+        error << "run: " << option << " takes a whole number from 1 to 4294967295, not '" << text << "'";
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 bool parse_run(int argc, char** args, run_request& out, velk::charstr& error)
 {
     for (int i = 0; i < argc; ++i) {
         const char* a = args[i];
+        bool ok = true;
         if (!strcmp(a, "--bind")) {
-            if (!option_value(argc, args, i, out.bind, error))
-                return false;
+            ok = option_value(argc, args, i, out.bind, error);
         } else if (!strcmp(a, "--root")) {
-            if (!option_value(argc, args, i, out.root, error))
-                return false;
+            ok = option_value(argc, args, i, out.root, error);
+        } else if (!strcmp(a, "--timeout")) {
+            ok = limit_value(argc, args, i, out.limits.seconds, error);
+        } else if (!strcmp(a, "--max-heap")) {
+            ok = limit_value(argc, args, i, out.limits.heap_mb, error);
         } else if (a[0] == '-' && a[1]) {
             error << "run: unknown option '" << a << "'";
             return false;
@@ -151,6 +171,8 @@ bool parse_run(int argc, char** args, run_request& out, velk::charstr& error)
         } else {
             out.file = a;
         }
+        if (!ok)
+            return false;
     }
     if (!out.file || !*out.file) {
         error << "run needs a script FILE";

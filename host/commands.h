@@ -10,6 +10,7 @@
 #include "comm/regex/regex.h"
 #include "comm/token.h"
 #include "host/method_call.h"
+#include "host/run_limits.h"
 #include "plugin/hostprobe_plugin.h"
 
 #include <cstdint>
@@ -40,19 +41,21 @@ struct call_request
 bool parse_keys(int argc, char** args, keys_request& out, velk::charstr& error);
 bool parse_call(int argc, char** args, call_request& out, velk::charstr& error);
 
-// run FILE [--bind NAME] [--root DIR]: a script with the interface object
-// (host/script_runner runs it).
+// run FILE [--bind NAME] [--root DIR] [--timeout SECONDS] [--max-heap MB]:
+// a script with the interface object (host/script_runner runs it).
 struct run_request
 {
     const char* file = nullptr;
     const char* bind = "probe";
     const char* root = nullptr; // null: the script's folder
+    run_limits limits;          // none unless given
 };
 
-// Reads run's arguments: the file, and the options --bind NAME and --root
-// DIR in any order around it. False, with the reason in error, for no file,
-// two files, an option without its value, an empty name or an unknown
-// option.
+// Reads run's arguments: the file, and the options --bind NAME, --root DIR,
+// --timeout SECONDS and --max-heap MB in any order around it. False, with
+// the reason in error, for no file, two files, an option without its value,
+// an empty name, a limit that is not a whole number from 1 up (32-bit), or
+// an unknown option.
 bool parse_run(int argc, char** args, run_request& out, velk::charstr& error);
 
 // Each runs a command against the loaded plug-in. Throw velk::exception

@@ -4,6 +4,8 @@
 #include "bindings/js/dispatcher_census.h"
 #include "bindings/js/hostprobe_plugin_js_creator.h"
 #include "comm/exception.h"
+#include "host/js_limits.h"
+#include "host/js_rejections.h"
 #include "interface/registrar.h"
 #include "plugin/host_interface.h"
 
@@ -17,18 +19,20 @@ namespace host {
 
 namespace {
 
-// V8 for the length of one run: the platform, the engine and one isolate.
-// V8 starts once per process, so a process runs one script.
+// V8 for the length of one run: the platform, the engine and one isolate,
+// its heap within the run's limit. V8 starts once per process, so a
+// process runs one script.
 class v8_session
 {
 public:
-    v8_session() : _platform(v8::platform::NewDefaultPlatform())
+    explicit v8_session(const run_limits& limits) : _platform(v8::platform::NewDefaultPlatform())
     {
         v8::V8::InitializePlatform(_platform.get());
         v8::V8::Initialize();
         _allocator.reset(v8::ArrayBuffer::Allocator::NewDefaultAllocator());
         v8::Isolate::CreateParams params;
         params.array_buffer_allocator = _allocator.get();
+        js_limits::constrain(params, limits);
         _isolate = v8::Isolate::New(params);
     }
     ~v8_session()
@@ -55,10 +59,50 @@ private:
     v8::Isolate* _isolate;
 };
 
-void print_error(const char* text)
+// How the script's part of a run ended: the creator's error, if any, and
+// the lines of the rejections it left unhandled.
+struct script_outcome
 {
-    fputs(text, stderr);
-    fputc('\n', stderr);
+    bool failed = false;
+    velk::charstr error;
+    velk::charstr rejections;
+};
+
+// Runs the script through the creator, then its microtasks, and takes the
+// texts of its unhandled rejections, all within the run's limits. A limit
+// that ends it leaves the rest undone.
+void run_within_limits(xt::js::creator_js_fn create, const run_request& r, const script_place& place,
+                       velk::iref<xt::hostprobe_plugin>& probe, js_limits& limits, script_outcome& out)
+{
+    v8::Isolate* isolate = v8::Isolate::GetCurrent();
+    js_rejections rejections(isolate);
+    velk::iref<velk::stubsmith_interface> host_object(new xt::host_interface);
+    velk::js::script_source script;
+    script.text = place.path;
+    script.is_path = true;
+    script.url = place.url;
+    try {
+        create(probe, script, host_object, velk::token(r.bind), nullptr);
+    } catch (const velk::exception& e) {
+        out.failed = true;
+        out.error << e.what() << '\n';
+    }
+    if (limits.hit() == js_limits::reason::none)
+        isolate->PerformMicrotaskCheckpoint(); // the promise jobs the script left
+    if (limits.hit() == js_limits::reason::none)
+        rejections.describe(place.url, out.rejections);
+    limits.finish();
+}
+
+// The exit status of a run, its words on standard error: a limit's
+// message alone, or the script's error and its unhandled rejections.
+int report(const js_limits& limits, const script_outcome& outcome)
+{
+    if (limits.hit() != js_limits::reason::none)
+        return limits.report();
+    fwrite(outcome.error.ptr(), 1, outcome.error.lens(), stderr);
+    fwrite(outcome.rejections.ptr(), 1, outcome.rejections.lens(), stderr);
+    return outcome.failed || !outcome.rejections.is_empty() ? 1 : 0;
 }
 
 } // namespace
@@ -71,23 +115,16 @@ int run_js_script(const run_request& r, const script_place& place)
                 int(xt::js::creator_js_key.lens()), xt::js::creator_js_key.ptr());
         return 1;
     }
-    v8_session v8;
+    v8_session v8(r.limits);
     int status = 0;
     {
         v8::Isolate::Scope in_isolate(v8.isolate());
         v8::HandleScope handles(v8.isolate());
-        velk::iref<velk::stubsmith_interface> host_object(new xt::host_interface);
         velk::iref<xt::hostprobe_plugin> probe;
-        velk::js::script_source script;
-        script.text = place.path;
-        script.is_path = true;
-        script.url = place.url;
-        try {
-            create(probe, script, host_object, velk::token(r.bind), nullptr);
-        } catch (const velk::exception& e) {
-            print_error(e.what());
-            status = 1;
-        }
+        js_limits limits(v8.isolate(), r.limits);
+        script_outcome outcome;
+        run_within_limits(create, r, place, probe, limits, outcome);
+        status = report(limits, outcome);
         probe.release();
         v8.run_pending_tasks();
         // Objects the script made and dropped hold dispatchers of the

@@ -14,11 +14,14 @@
 
 namespace host {
 
-// Runs the Lua file of place with the loaded plug-in. Gives the exit status:
-// 0 when it ran; 1, with the words on standard error, when the plug-in has
-// no Lua context creator, no state can be made, the file can't be read
-// ("<path> not found"), or the script fails to load or raises an error
-// (Lua's message, e.g. "a.lua:3: attempt to call global 'x' (a nil value)").
+// Runs the Lua file of place with the loaded plug-in, within the request's
+// limits. Gives the exit status: 0 when it ran; 1, with the words on
+// standard error, when the plug-in has no Lua context creator, no state can
+// be made, the file can't be read ("<path> not found"), or the script fails
+// to load or raises an error (Lua's message, e.g. "a.lua:3: attempt to call
+// global 'x' (a nil value)"); 1 and "script ran out of memory (limit N MB)"
+// when it failed after an allocation beyond the heap limit was refused; 3
+// and "script timed out after N s" when its time ran out, caught or not.
 // Every object of the plug-in is gone and the state closed when it returns,
 // so the plug-in may be unloaded. Throws velk::exception when the process
 // has no registry, std::bad_alloc.

@@ -34,11 +34,15 @@ void print_help()
             "                       ";
     host::append_method_usage(text);
     text << "\n"
-            "  run FILE [--bind NAME] [--root DIR]\n"
+            "  run FILE [--bind NAME] [--root DIR] [--timeout SECONDS] [--max-heap MB]\n"
             "                       run the script FILE, JavaScript (.js) or Lua (.lua), with the plug-in's\n"
             "                       interface object bound as NAME (default probe); JavaScript $include\n"
             "                       paths stay below DIR (default: FILE's folder); the script's log lines\n"
             "                       are printed\n"
+            "                       --timeout ends the script after SECONDS with exit status 3 (default:\n"
+            "                       no time limit)\n"
+            "                       --max-heap ends a script whose heap grows beyond MB megabytes with exit\n"
+            "                       status 1 (default: the engine's own limit)\n"
             "  --help               print this text\n"
             "options:\n"
             "  --plugin PATH        load the plug-in from PATH instead of next to this program\n";

@@ -1,10 +1,11 @@
 // script_runner: what `hostprobe run` does for a script of either language.
 //
-//   hostprobe run FILE [--bind NAME] [--root DIR]
+//   hostprobe run FILE [--bind NAME] [--root DIR] [--timeout SECONDS] [--max-heap MB]
 //
 // The file's extension picks the language: ".js" runs in V8 (js_runner),
 // ".lua" in LuaJIT (lua_runner); any other is a wrong command line, refused
-// before the plug-in loads. The script's place (its full path, the root and
+// before the plug-in loads. Each runner keeps the request's limits
+// (js_limits, lua_limits). The script's place (its full path, the root and
 // its name in messages) is made here once for both.
 #pragma once
 

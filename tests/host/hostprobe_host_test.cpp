@@ -313,6 +313,14 @@ TEST(HostCommands, HelpNamesBothScriptLanguagesOfRun)
     EXPECT_NE(out.find("JavaScript (.js) or Lua (.lua)"), std::string::npos) << out;
 }
 
+TEST(HostCommands, HelpTellsTheLimitsOfRun)
+{
+    std::string out = hostprobe({"--help"}).out;
+    EXPECT_NE(out.find("[--timeout SECONDS] [--max-heap MB]"), std::string::npos) << out;
+    EXPECT_NE(out.find("--timeout ends the script after SECONDS with exit status 3"), std::string::npos) << out;
+    EXPECT_NE(out.find("--max-heap ends a script whose heap grows beyond MB megabytes"), std::string::npos) << out;
+}
+
 TEST(HostCommands, UnknownCommandIsRefused)
 {
     expect_refused({"probe"}, "unknown command 'probe'");

@@ -186,6 +186,34 @@ TEST(HostRunUsage, TwoFilesAreAUsageError)
     EXPECT_EQ(hostprobe({"run", "x.js", "y.js"}).exit_status, 2);
 }
 
+TEST(HostRunUsage, TimeoutWithoutSecondsIsAUsageError)
+{
+    child_result r = hostprobe({"run", "x.js", "--timeout"});
+    EXPECT_EQ(r.exit_status, 2);
+    EXPECT_NE(r.err.find("run: --timeout needs a value"), std::string::npos) << r.err;
+}
+
+TEST(HostRunUsage, TimeoutOfZeroIsAUsageError)
+{
+    child_result r = hostprobe({"run", "x.js", "--timeout", "0"});
+    EXPECT_EQ(r.exit_status, 2);
+    EXPECT_NE(r.err.find("run: --timeout takes a whole number from 1 to 4294967295, not '0'"), std::string::npos)
+        << r.err;
+}
+
+TEST(HostRunUsage, MaxHeapThatIsNoNumberIsAUsageError)
+{
+    child_result r = hostprobe({"run", "x.lua", "--max-heap", "64MB"});
+    EXPECT_EQ(r.exit_status, 2);
+    EXPECT_NE(r.err.find("run: --max-heap takes a whole number from 1 to 4294967295, not '64MB'"), std::string::npos)
+        << r.err;
+}
+
+TEST(HostRunUsage, MaxHeapBeyond32BitsIsAUsageError)
+{
+    EXPECT_EQ(hostprobe({"run", "x.js", "--max-heap", "4294967296"}).exit_status, 2);
+}
+
 // -- Options and output --------------------------------------------------------------------------
 
 TEST_F(HostRun, EmptyScriptPrintsNothing)
@@ -236,6 +264,86 @@ TEST_F(HostRun, LongLoopOfCallsEndsCleanly)
     EXPECT_EQ(r.exit_status, 0) << r.err;
     EXPECT_EQ(r.signal, 0);
     EXPECT_EQ(r.out, "INFO: [js] done 200000\n");
+}
+
+// -- Limits ---------------------------------------------------------------------------------------
+
+TEST_F(HostRun, TimeoutSaysOnlyThatOnStandardError)
+{
+    std::string path = script("loop.js", "$log('started');\nwhile (true) {}\n");
+    child_result r = hostprobe({"run", path, "--timeout", "1"});
+    EXPECT_EQ(r.exit_status, 3);
+    EXPECT_EQ(r.err, "script timed out after 1 s\n");
+    EXPECT_EQ(r.out, "INFO: [js] started\n");
+}
+
+TEST_F(HostRun, LuaTimeoutSaysOnlyThatOnStandardError)
+{
+    std::string path = script("loop.lua", "log('started')\nwhile true do end\n");
+    child_result r = hostprobe({"run", path, "--timeout", "1"});
+    EXPECT_EQ(r.exit_status, 3);
+    EXPECT_EQ(r.err, "script timed out after 1 s\n");
+    EXPECT_EQ(r.out, "[loop.lua] started\n");
+}
+
+TEST_F(HostRun, HeapLimitSaysOnlyThatOnStandardError)
+{
+    std::string path = script("grow.js", "var a = [];\nwhile (true) a.push({ n: a.length });\n");
+    child_result r = hostprobe({"run", "--max-heap", "32", path});
+    EXPECT_EQ(r.exit_status, 1);
+    EXPECT_EQ(r.signal, 0);
+    EXPECT_EQ(r.err, "script ran out of memory (limit 32 MB)\n");
+}
+
+TEST_F(HostRun, LuaHeapLimitSaysOnlyThatOnStandardError)
+{
+    std::string path = script("grow.lua", "local t = {}\nwhile true do t[#t + 1] = { n = #t } end\n");
+    child_result r = hostprobe({"run", "--max-heap", "32", path});
+    EXPECT_EQ(r.exit_status, 1);
+    EXPECT_EQ(r.err, "script ran out of memory (limit 32 MB)\n");
+}
+
+TEST_F(HostRun, LuaMemoryErrorCaughtByTheScriptIsNoFailure)
+{
+    std::string path = script("caught.lua", "local ok = pcall(function() local s = string.rep('x', 2^26) end)\n"
+                                            "log('caught: ' .. tostring(not ok))\n");
+    child_result r = hostprobe({"run", "--max-heap", "32", path});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.out, "[caught.lua] caught: true\n");
+}
+
+TEST_F(HostRun, ScriptWithinItsLimitsRunsAsWithout)
+{
+    std::string path = script("ok.js", "$log(probe.testfunction(21));\n");
+    child_result r = hostprobe({"run", path, "--timeout", "60", "--max-heap", "256"});
+    EXPECT_EQ(r.exit_status, 0) << r.err;
+    EXPECT_EQ(r.out, "INFO: [js] 42\n");
+}
+
+TEST_F(HostRun, RejectionsAfterTheScriptsErrorAreToldToo)
+{
+    std::string path = script("both.js", "Promise.reject('first');\nthrow new Error('then');\n");
+    child_result r = hostprobe({"run", path});
+    EXPECT_EQ(r.exit_status, 1);
+    EXPECT_EQ(r.err, "file:///both.js(2): Error: then (load_script)\n"
+                     "file:///both.js: unhandled promise rejection: first\n");
+}
+
+TEST_F(HostRun, ManyRejectionsAreToldAsACount)
+{
+    std::string path = script("many.js", "for (var i = 0; i < 25; ++i) Promise.reject(i);\n");
+    child_result r = hostprobe({"run", path});
+    EXPECT_EQ(r.exit_status, 1);
+    EXPECT_EQ(lines_of(r.err).size(), 11u) << r.err;
+    EXPECT_NE(r.err.find("file:///many.js: 15 more unhandled promise rejections\n"), std::string::npos) << r.err;
+}
+
+TEST_F(HostRun, RejectionWhoseTextThrowsIsStillTold)
+{
+    std::string path = script("odd.js", "Promise.reject({ toString: function () { throw 1; } });\n");
+    child_result r = hostprobe({"run", path});
+    EXPECT_EQ(r.exit_status, 1);
+    EXPECT_EQ(r.err, "file:///odd.js: unhandled promise rejection: a value that can't be shown as text\n");
 }
 
 // -- Lua: the example ------------------------------------------------------------------------------
