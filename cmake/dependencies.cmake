@@ -18,16 +18,16 @@ set(V8_LIBDIR ${V8_ROOT}/lib/x86_64-linux-gnu)
 if(NOT EXISTS ${V8_ROOT}/include/node/v8.h OR NOT EXISTS ${V8_LIBDIR}/libnode.so.108)
   message(FATAL_ERROR "V8 not found under ${V8_ROOT}: run scripts/setup.sh first")
 endif()
-add_library(v8 SHARED IMPORTED GLOBAL)
-set_target_properties(v8 PROPERTIES
+add_library(hostprobe::v8 SHARED IMPORTED GLOBAL)
+set_target_properties(hostprobe::v8 PROPERTIES
   IMPORTED_LOCATION ${V8_LIBDIR}/libnode.so.108
   IMPORTED_SONAME libnode.so.108
   INTERFACE_INCLUDE_DIRECTORIES ${V8_ROOT}/include/node)
 # V8 is built without run-time type information, which the sanitizer's
 # virtual-pointer check needs for V8's classes.
 if(VELK_SANITIZE)
-  set_property(TARGET v8 PROPERTY INTERFACE_COMPILE_OPTIONS -fno-sanitize=vptr)
+  set_property(TARGET hostprobe::v8 PROPERTY INTERFACE_COMPILE_OPTIONS -fno-sanitize=vptr)
 endif()
-# The unpacked library is not on the loader's path: every binary that links V8
-# carries the folder in its run path.
-set(CMAKE_BUILD_RPATH ${V8_LIBDIR})
+# The unpacked library is not on the loader's path: every binary built here
+# that links V8 carries the folder in its run path (CMake adds the folder of
+# an imported library by itself); installed binaries carry none.

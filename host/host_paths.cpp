@@ -17,10 +17,17 @@ velk::charstr script_root()
 
 bool default_plugin_path(velk::charstr& out)
 {
-    out = script_root();
-    if (out.is_empty())
+    velk::charstr dir = script_root();
+    if (dir.is_empty())
         return false;
+    out = dir;
     out << plugin_file_name;
+    if (velk::directory::is_regular(out))
+        return true;
+    velk::charstr installed = dir;
+    installed << installed_plugin_path;
+    if (velk::directory::is_regular(installed))
+        out.swap(installed);
     return true;
 }
 

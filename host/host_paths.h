@@ -9,8 +9,13 @@ namespace host {
 
 // The file name of the plug-in, looked for next to the host's executable.
 inline constexpr char plugin_file_name[] = "hostprobe_plugin.so";
+// Where an installed host finds it, from the executable's directory
+// (bin/hostprobe and lib/hostprobe/hostprobe_plugin.so under one prefix).
+inline constexpr char installed_plugin_path[] = "../lib/hostprobe/hostprobe_plugin.so";
 
-// The path of the plug-in next to the running executable. False when the
+// The path of the plug-in: next to the running executable, as a build tree
+// has it, else where an installation puts it; the first of the two when
+// neither file exists, so that the error names it. False when the
 // executable's own path can't be told. Throws std::bad_alloc.
 bool default_plugin_path(velk::charstr& out);
 

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The test job: set up, check that every include looks down the layers,
 # build, run every benchmark once with a minimal time so that none of them
-# can rot, run the whole suite through CTest, then build the
+# can rot, run the whole suite through CTest, check the installed SDK and the
+# Debian package (scripts/check_sdk.sh), then build the
 # suite again with AddressSanitizer and UndefinedBehaviorSanitizer and run it
 # there too. Any failure or sanitizer report fails the job.
 set -euo pipefail
@@ -22,6 +23,9 @@ done
 
 echo "== tests"
 (cd "$root/build/release" && ctest --output-on-failure -j"$jobs" --timeout 600 | grep -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed)')
+
+echo "== SDK and package"
+"$root/scripts/check_sdk.sh" "$root/build/release"
 
 echo "== build with sanitizers"
 "$root/scripts/build.sh" sanitize -DVELK_SANITIZE=ON

@@ -18,8 +18,11 @@
 //       m.struct_end();
 //   }
 //
-// Included by metastream.h; not on its own.
+// metastream.h includes this file at its end, after the class; a file that
+// includes this one alone gets metastream.h first.
 #pragma once
+
+#include "comm/metastream/metastream.h"
 
 #include "comm/binstream/bstype.h"
 #include "comm/binstream/container.h"
