@@ -1,10 +1,10 @@
 // File: comm/utf.h
 //
-// 8-bit and 16-bit text: the library's historic
-// UTF-8 reader utf8_to_utf16, the code-page conversions multibyte_to_wide and
-// wide_to_charstr, and under them the strict UTF-8 <-> UTF-16 transcoders
-// that stand in for the platform's converters, the narrow code page being
-// UTF-8 (comm/os/codepage.h is the seam).
+// 8-bit and 16-bit text: the fast, lenient UTF-8 reader utf8_to_utf16, the
+// code-page conversions multibyte_to_wide and wide_to_charstr, and under
+// them the strict UTF-8 <-> UTF-16 transcoders that stand in for the
+// platform's converters, the narrow code page being UTF-8
+// (comm/os/codepage.h is the seam).
 //
 //   std::u16string wide;
 //   multibyte_to_wide("caf\xC3\xA9", code_page_utf8, wide);   // u"caf\u00E9"
@@ -52,9 +52,9 @@ uint32_t transcode_utf16_to_utf8(const char16_t* src, uint32_t n, char* dst, uin
 constexpr uint32_t code_page_acp = 0;
 constexpr uint32_t code_page_utf8 = 65001;
 
-// A fast UTF-8 reader with the system's historic rules, into dst of n units:
-// a byte below 128 is itself; 192 to 253 start a sequence of 2 to 6 bytes
-// (its following bytes are not checked); any other byte is one unit 0xFFFF.
+// A fast UTF-8 reader that checks little, into dst of n units: a byte below
+// 128 is itself; 192 to 253 start a sequence of 2 to 6 bytes (its following
+// bytes are not checked); any other byte is one unit 0xFFFF.
 // Values above 0xFFFF keep their low 16 bits: no surrogate pairs are made
 // (transcode_utf8_to_utf16 makes them). At most n - 1 units are
 // written and a zero behind them; a zero unit ends the text. Gives the units

@@ -1,10 +1,10 @@
 // The plug-in's static registration: the key tables of xt::hostprobe_plugin
 // and the static initialisers that enter them when the module is loaded.
 //
-// Three groups, started in this order: native (keys 1-2), JavaScript (3-6)
-// and Lua (7-10). Their sites stay in this one file, since only definitions
-// of one translation unit start in a fixed order. Each group's keys are taken out again by the module's exit
-// functions, in reverse order, when the module is unloaded.
+// Three groups of keys, started in this order: native, JavaScript, Lua.
+// Their sites stay in this one file, since only definitions of one
+// translation unit start in a fixed order. The module's exit functions take
+// each group's keys out again, in reverse order, when it is unloaded.
 //
 // Linked into the plug-in module only: a program that links the plug-in's
 // objects directly (the tests) registers nothing by accident.
@@ -21,7 +21,7 @@ using xt::hostprobe_plugin_dispatcher;
 using xt::js::hostprobe_plugin_js_dispatcher;
 using xt::lua::hostprobe_plugin_lua_dispatcher;
 
-// Keys 1-2.
+// Native: the wrapper creator, and the creator under the interface's hash.
 void register_native_group(bool on)
 {
     using xt::hostprobe_plugin;
@@ -29,7 +29,8 @@ void register_native_group(bool on)
     velk::register_key(on, hostprobe_plugin::native_creator_key, &hostprobe_plugin_dispatcher::native_creator);
 }
 
-// Keys 3-6.
+// JavaScript: the script context creator, and the dispatcher's creator,
+// wrapper and maker.
 void register_js_group(bool on)
 {
     velk::register_key(on, xt::js::creator_js_key, &xt::js::create_with_script);
@@ -38,7 +39,8 @@ void register_js_group(bool on)
     velk::register_key(on, hostprobe_plugin_js_dispatcher::maker_js_key, &hostprobe_plugin_js_dispatcher::maker_js);
 }
 
-// Keys 7-10.
+// Lua: the class registration, the script context creator, and the
+// dispatcher's creator and wrapper.
 void register_lua_group(bool on)
 {
     velk::register_key(on, hostprobe_plugin_lua_dispatcher::register_class_key,

@@ -182,7 +182,8 @@ segment* segment_starting_at(mspace_state* m, uintptr_t end)
 }
 
 // Takes a segment's only (free) chunk out of circulation before its region
-// goes back; put_back undoes it when the system refuses.
+// goes back; when the system refuses, the caller files it in its tree bin
+// again.
 void withdraw_chunk(mspace_state* m, chunk* p)
 {
     if (p == m->remainder_chunk && m->remainder_size != 0) {

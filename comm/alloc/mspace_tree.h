@@ -1,8 +1,8 @@
 // The tree bins of a memory space, inline so that allocation and release
 // compile into one piece with them: they run on every large request.
 //
-// Tree bin i holds the sizes from tree_bin_min_size(i) to below that of bin
-// i + 1 (bin 31: everything from 16 MiB on). Its trie decides on the size's
+// Tree bin i holds the sizes from (2 + (i & 1)) << ((i >> 1) + 7) to below
+// the start of bin i + 1 (tree_index; bin 31: everything from 12 MiB on). Its trie decides on the size's
 // bits from the highest one that varies within the bin downwards: bit 0 to
 // child[0], bit 1 to child[1]. Any node may hold any size of its subtree, so
 // searches keep the best fit seen on the way. The root's parent is the bin

@@ -39,7 +39,8 @@ charstr native_path(const token& path)
 int fold(char c) { return ::tolower(static_cast<unsigned char>(c)); }
 
 // "*" takes any run, "?" any one character; the rest compare without case, as
-// the search of the system the library was first written for does. A "*"
+// the Windows directory search does, so that a filter finds the same names on
+// either platform. A "*"
 // that fails to extend is retried one character further, which is enough for
 // patterns of this kind.
 bool wildcard_match(const char* p, const char* pe, const char* s, const char* se)

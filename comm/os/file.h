@@ -34,8 +34,8 @@ enum open_flags : uint32_t {
 
 // Opens name; a file made by the call is readable, and writable unless only
 // open_read was asked for. A directory is not a file: opening one fails, as
-// it does with the runtime the library was first written for. Gives the
-// handle, or no_file when it fails.
+// it does on Windows, so that callers meet the same failure on either
+// platform. Gives the handle, or no_file when it fails.
 int32_t file_open(const char* name, uint32_t flags);
 
 // Reads up to len bytes: the count read (below len only at the end of the

@@ -1,4 +1,4 @@
-// File: comm/regex.cpp
+// File: comm/regex/regex.cpp
 //
 // Running a compiled program: all alternatives advance together, one input
 // character per round. Each round takes the threads of the current list,

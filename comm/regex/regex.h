@@ -1,4 +1,4 @@
-// File: comm/regex.h
+// File: comm/regex/regex.h
 //
 // regex: a compiled regular expression, run over UTF-8 text by a parallel
 // simulation of all alternatives, one character at a time, never

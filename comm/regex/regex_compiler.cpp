@@ -1,4 +1,4 @@
-// File: comm/regex_compiler.cpp
+// File: comm/regex/regex_compiler.cpp
 //
 // From a pattern to a program of linked instructions: an operator-precedence
 // parser with two stacks. Operands are fragments (first, last) of the program

@@ -1,4 +1,4 @@
-// File: comm/regex_dfa.cpp
+// File: comm/regex/regex_dfa.cpp
 //
 // The memo of anchored runs: states made on demand from the sets of
 // instructions that the rounds would step, and the loop that walks them. See

@@ -1,4 +1,4 @@
-// File: comm/regex_dfa.h
+// File: comm/regex/regex_dfa.h
 //
 // A per-thread memo of the parallel simulation, for the runs anchored at the
 // start (match and leading) that ask for no sub-matches, over programs

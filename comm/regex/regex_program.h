@@ -1,9 +1,9 @@
-// File: comm/regex_program.h
+// File: comm/regex/regex_program.h
 //
 // The inside of a compiled regular expression, shared by the compiler
-// (comm/regex_compiler.cpp), the matcher (comm/regex.cpp) and the tests that
-// look at compiled programs. Not for other users: the public face is
-// comm/regex.h.
+// (comm/regex/regex_compiler.cpp), the matcher (comm/regex/regex.cpp) and
+// the tests that look at compiled programs. Not for other users: the public
+// face is comm/regex/regex.h.
 //
 // A program is a graph of single instructions linked by `next` (and, for a
 // fork, `left`). Once compiled it is never written again, which is what lets

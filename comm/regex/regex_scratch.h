@@ -1,4 +1,4 @@
-// File: comm/regex_scratch.h
+// File: comm/regex/regex_scratch.h
 //
 // The working state of regular expressions, one per thread: the stacks of the
 // compiler and the two thread lists of the matcher. Made on a thread's first

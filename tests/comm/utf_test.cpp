@@ -58,7 +58,7 @@ TEST(Utf8ToUtf16Edge, LoneByte0x80WritesFFFF)
     EXPECT_EQ(r, 1u);
 }
 
-// -- The historic reader ----------------------------------------------------------------------
+// -- The lenient reader -----------------------------------------------------------------------
 
 TEST(Utf8ToUtf16, AsciiIsItself)
 {
