@@ -12,7 +12,7 @@ bool plugin_module::load(const char* path, velk::charstr& error)
         return false;
     }
     if (!_library.open(path)) {
-        error << "cannot load the plug-in '" << path << "'";
+        error << "cannot load the plug-in '" << path << "': " << _library.error_text();
         return false;
     }
     return true;

@@ -20,10 +20,11 @@ public:
     plugin_module(const plugin_module&) = delete;
     plugin_module& operator=(const plugin_module&) = delete;
 
-    // Loads the module at path. False, with the reason in error, when the
-    // system can't load it or a module is loaded already. An exception of
-    // the module's static registration is the system's matter: it ends the
-    // process.
+    // Loads the module at path. False, with the reason in error, when a
+    // module is loaded already or the system can't load it; then the
+    // loader's own words follow the path, since only they tell a missing
+    // file from a broken one. An exception of the module's static
+    // registration is the system's matter: it ends the process.
     bool load(const char* path, velk::charstr& error);
 
     // Unloads the module; nothing when none is loaded.

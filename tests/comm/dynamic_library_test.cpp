@@ -1,6 +1,9 @@
 #include "comm/dynamic_library.h"
+#include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>
+
+#include <string>
 
 TEST(DynamicLibrary, NullNameLeavesHandleNull)
 {
@@ -25,7 +28,41 @@ TEST(DynamicLibrary, OpensFindsAndClosesASystemLibrary)
     EXPECT_EQ(lib.handle(), nullptr);
 }
 
-TEST(DynamicLibrary, ErrorTextIsFixed)
+TEST(DynamicLibrary, ErrorTextBeforeAnyFailureIsUnknownError)
 {
-    EXPECT_STREQ(velk::dynamic_library::error_text(), "Unknown error");
+    velk::dynamic_library lib;
+    EXPECT_STREQ(lib.error_text(), "Unknown error");
+}
+
+TEST(DynamicLibrary, MissingFileGivesTheLoadersReasonWithThePath)
+{
+    velk::dynamic_library lib;
+    ASSERT_FALSE(lib.open("/nonexistent/libnothing.so"));
+    std::string reason = lib.error_text();
+    EXPECT_NE(reason.find("/nonexistent/libnothing.so"), std::string::npos) << reason;
+    EXPECT_NE(reason.find("No such file"), std::string::npos) << reason;
+}
+
+TEST(DynamicLibrary, TextFileGivesAReasonSayingItIsNoSharedObject)
+{
+    temp_dir dir;
+    ASSERT_TRUE(dir.ok());
+    // Longer than an ELF header, so that the loader reads the header and
+    // refuses it rather than finding the file too short.
+    std::string path = dir / "notes.so";
+    write_file(path, std::string(200, 'x') + "\nthis is text, not a shared object\n");
+    velk::dynamic_library lib;
+    ASSERT_FALSE(lib.open(path.c_str()));
+    std::string reason = lib.error_text();
+    EXPECT_NE(reason.find(path), std::string::npos) << reason;
+    EXPECT_NE(reason.find("invalid ELF header"), std::string::npos) << reason;
+}
+
+TEST(DynamicLibrary, LoadThatSucceedsDropsTheReasonOfAnEarlierFailure)
+{
+    velk::dynamic_library lib;
+    ASSERT_FALSE(lib.open("/nonexistent/libnothing.so"));
+    ASSERT_TRUE(lib.open("libm.so.6"));
+    EXPECT_STREQ(lib.error_text(), "Unknown error");
+    lib.close();
 }

@@ -184,6 +184,13 @@ TEST(HostCall, MissingPluginIsRefused)
                    "cannot load the plug-in '/nonexistent/hostprobe_plugin.so'");
 }
 
+TEST(HostCall, MissingPluginIsRefusedWithTheLoadersReason)
+{
+    expect_refused({"--plugin", "/nonexistent/hostprobe_plugin.so", "call", "getMAC"},
+                   "cannot load the plug-in '/nonexistent/hostprobe_plugin.so': /nonexistent/hostprobe_plugin.so: "
+                   "cannot open shared object file: No such file or directory");
+}
+
 // -- keys ------------------------------------------------------------------------------
 
 TEST(HostKeys, ListsThePluginsKeys)
