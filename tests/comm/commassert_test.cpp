@@ -172,7 +172,7 @@ TEST(LogCall, DefaultWritesPrefixAndSourceToConsole)
     EXPECT_EQ(out, "ERROR: [test] value 7\n");
 }
 
-TEST(LogCall, LevelPrefixes)
+TEST(LogCall, EachLevelHasItsPrefixAndLevelsOutsideHaveNone)
 {
     EXPECT_TRUE(velk::log_level_prefix(0) == velk::token("FATAL: "));
     EXPECT_TRUE(velk::log_level_prefix(2) == velk::token("WARNING: "));

@@ -74,7 +74,7 @@ TEST(Opcd, FindByMnemonicOkIsZero)
     EXPECT_EQ(opcd::find_by_mnemonic("OK", 2), 0);
 }
 
-TEST(Opcd, FindByMnemonicTimeO)
+TEST(Opcd, FindByMnemonicGivesTheCodeOfAKnownMnemonic)
 {
     EXPECT_EQ(opcd::find_by_mnemonic("TimeO", 5), 39);
 }
@@ -91,7 +91,7 @@ TEST(Opcd, FindByMnemonicComparesSixthByte)
     EXPECT_EQ(opcd::find_by_mnemonic("TimeOx", 5), 39);
 }
 
-TEST(Opcd, GroupsOfChildRows)
+TEST(Opcd, GroupMatchTellsWhetherARowBelongsToAGroup)
 {
     EXPECT_TRUE(opcd::group_matches(22, 21));
     EXPECT_TRUE(opcd::group_matches(23, 21));

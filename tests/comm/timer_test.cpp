@@ -54,7 +54,7 @@ TEST(NsecTimer, SecondsOfTopBitValueStayUnsigned)
     EXPECT_GT(t.time(), 9.2e9);
 }
 
-TEST(MsecTimer, DifferenceAcrossTickWrap)
+TEST(MsecTimer, SinceCountsAcrossTheTickWrap)
 {
     // Started 5 ms before the 32-bit tick wrapped, read 3 ms after.
     EXPECT_EQ(velk::msec_timer::since(0xFFFFFFFBu, 3u), 8u);

@@ -117,7 +117,7 @@ TEST(Token, FirstCharOfEmptyIsZero)
     EXPECT_EQ(token(text).first_char(), 'a');
 }
 
-TEST(Token, EndsWithIcase)
+TEST(Token, EndsWithIcaseComparesTheEndWithoutCase)
 {
     EXPECT_TRUE(token("script.JS").ends_with_icase(".js"));
     EXPECT_FALSE(token("js").ends_with_icase("a.js"));
@@ -300,7 +300,7 @@ TEST(TokenCut, SubstringNotFoundFollowsFlags)
 
 // -- Hash ------------------------------------------------------------------
 
-TEST(TokenHash, KnownValues)
+TEST(TokenHash, HashGivesTheFnv1aValuesOfKnownTexts)
 {
     EXPECT_EQ(token("metastream").hash(), 0xC2A7D608u);
     EXPECT_EQ(token("").hash(), 0x811C9DC5u);
@@ -330,7 +330,7 @@ TEST(TokenHash, RunTimeAgreesWithCompileTime)
 
 // -- substring -------------------------------------------------------------
 
-TEST(Substring, SchemeSeparatorFound)
+TEST(Substring, SchemeSeparatorIsFoundAtItsOffset)
 {
     EXPECT_EQ(token("ab://c").find(substring::scheme_separator()), 2u);
 }
@@ -346,14 +346,14 @@ TEST(Substring, StartOffsetAtEndGivesLength)
     EXPECT_EQ(token("ab://c").find(substring::scheme_separator(), 60), 6u);
 }
 
-TEST(Substring, OneCharacterPattern)
+TEST(Substring, OneCharacterPatternIsFoundFromTheStartOffset)
 {
     substring s("c", 1, false);
     EXPECT_EQ(token("abcabc").find(s, 3), 5u);
     EXPECT_EQ(token("ab").find(s), 2u);
 }
 
-TEST(Substring, OneCharacterIcase)
+TEST(Substring, OneCharacterIcasePatternFindsItsCharacter)
 {
     substring s("C", 1, true);
     EXPECT_EQ(token("abCd").find(s), 2u);

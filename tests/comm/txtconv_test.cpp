@@ -208,13 +208,13 @@ TEST(TxtconvEdge, HexDecodeReportsUnreadBytesWhenTheTextEndsEarly)
 
 // -- Decimal integers ------------------------------------------------------------------
 
-TEST(TxtconvDec, Int32Extremes)
+TEST(TxtconvDec, BothEndsOfInt32ComeOutInFull)
 {
     EXPECT_EQ(dec(std::numeric_limits<int32_t>::min()), "-2147483648");
     EXPECT_EQ(dec(std::numeric_limits<int32_t>::max()), "2147483647");
 }
 
-TEST(TxtconvDec, UnsignedExtremes)
+TEST(TxtconvDec, LargestUnsignedValuesComeOutInFull)
 {
     EXPECT_EQ(dec(uint16_t(65535)), "65535");
     EXPECT_EQ(dec(std::numeric_limits<uint32_t>::max()), "4294967295");

@@ -330,7 +330,7 @@ TEST(WideToCharstr, LoneSurrogateBecomesAReplacement)
     EXPECT_EQ(str(s), "a\xEF\xBF\xBD");
 }
 
-TEST(CodePageRoundTrip, WideToCharstrThenMultibyteToWide)
+TEST(CodePageRoundTrip, WideToCharstrThenMultibyteToWideGivesTheTextBack)
 {
     charstr s;
     velk::wide_to_charstr(s, mixed_utf16.data(), static_cast<int32_t>(mixed_utf16.size()));

@@ -76,7 +76,7 @@ void expect_refused(const std::vector<std::string>& args, const std::string& wor
 
 // -- call ---------------------------------------------------------------------------
 
-TEST(HostCall, MersenneTwisterOfThePublishedSeed)
+TEST(HostCall, MersenneTwisterOfThePublishedSeedPrintsThePublishedFirstOutput)
 {
     child_result r = hostprobe({"call", "mersenne_twister", "5489"});
     EXPECT_EQ(r.exit_status, 0) << r.err;
@@ -89,7 +89,7 @@ TEST(HostCall, MersenneTwisterPrintsUnsigned)
     EXPECT_EQ(hostprobe({"call", "mersenne_twister", "0"}).out, "2357136044\n");
 }
 
-TEST(HostCall, TestfunctionOfMinusOne)
+TEST(HostCall, TestfunctionPrintsTheDoubleOfANegativeNumber)
 {
     child_result r = hostprobe({"call", "testfunction", "-1"});
     EXPECT_EQ(r.exit_status, 0) << r.err;

@@ -52,12 +52,12 @@ TEST(HostprobePlugin, GetMacIsTheFirstEntryOfTheMethodTable)
     EXPECT_EQ(std::string(direct.c_str()), std::string(p->getMAC().c_str()));
 }
 
-TEST(HostprobePlugin, MersenneTwisterOfZero)
+TEST(HostprobePlugin, MersenneTwisterGivesTheFirstOutputForSeedZero)
 {
     EXPECT_EQ(create_plugin()->mersenne_twister(0), 2357136044u);
 }
 
-TEST(HostprobePlugin, MersenneTwisterOfPublishedSeed)
+TEST(HostprobePlugin, MersenneTwisterOfThePublishedSeedGivesThePublishedFirstOutput)
 {
     EXPECT_EQ(create_plugin()->mersenne_twister(5489), 3499211612u);
 }
@@ -81,7 +81,7 @@ TEST(HostprobePlugin, WrapperKeyOfUnknownBackendIsNull)
     EXPECT_TRUE(create_plugin()->wrapper_key(static_cast<velk::backend>(4)).is_null());
 }
 
-TEST(HostprobePlugin, WrapperKeysOfScriptBackends)
+TEST(HostprobePlugin, WrapperKeyOfAScriptBackendEndsInItsLanguage)
 {
     velk::iref<hostprobe_plugin> p = create_plugin();
     EXPECT_TRUE(p->wrapper_key(velk::backend_js) == velk::token("xt::hostprobe_plugin@wrapper.js"));
@@ -115,7 +115,7 @@ TEST(HostprobePlugin, IsDerivedOnlyForItsOwnHash)
     EXPECT_FALSE(p->is_derived(0));
 }
 
-TEST(HostprobePlugin, IdentitySlots)
+TEST(HostprobePlugin, IdentitySlotsAnswerAsTheNativeInterface)
 {
     velk::iref<hostprobe_plugin> p = create_plugin();
     EXPECT_EQ(p->interface_hash(), 0xCD59A835u);

@@ -14,7 +14,7 @@ TEST(MersenneTwister, AgreesWithStandardGeneratorOverManySeeds)
     }
 }
 
-TEST(MersenneTwister, EdgeSeeds)
+TEST(MersenneTwister, AgreesWithStandardGeneratorAtTheEdgesOfTheSeedRange)
 {
     for (uint32_t seed : {0u, 1u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
         std::mt19937 reference(seed);

@@ -123,7 +123,7 @@ TEST_F(JsDispatcher, MersenneTwisterAboveTheSignedRangeReachesScriptsNegative)
     EXPECT_EQ(run("o.mersenne_twister(5489)").text, "-795755684");
 }
 
-TEST_F(JsDispatcher, MersenneTwisterOfSeedZero)
+TEST_F(JsDispatcher, MersenneTwisterOfSeedZeroReachesScriptsAsASigned32BitNumber)
 {
     // 2357136044 as a signed 32-bit value.
     EXPECT_EQ(run("o.mersenne_twister(0)").text, "-1937831252");

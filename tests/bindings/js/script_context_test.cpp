@@ -86,7 +86,7 @@ TEST(PageTest, OnlyThePartBeforeTheQueryCounts)
     EXPECT_FALSE(u.page);
 }
 
-TEST(PageTest, TooShortForEveryTest)
+TEST(PageTest, NameTooShortForEveryTestIsNeitherPageNorScript)
 {
     velk::js::page_test t = velk::js::test_page("x");
     EXPECT_FALSE(t.page);

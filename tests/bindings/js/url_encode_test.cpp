@@ -43,7 +43,7 @@ TEST(UrlEncode, AppendsBehindWhatIsThere)
     EXPECT_EQ(std::string(out.c_str()), "file:///my%20dir/a.js");
 }
 
-TEST(UrlEncode, ClassesOfTheTable)
+TEST(UrlEncode, CharacterClassTellsKeptSlashAndEscapedCharacters)
 {
     EXPECT_EQ(velk::js::url_char_class('a'), 1);
     EXPECT_EQ(velk::js::url_char_class('~'), 1);

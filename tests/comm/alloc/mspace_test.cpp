@@ -841,7 +841,7 @@ TEST(GlobalSpace, WholePagesAreAlignedAndRoundedUp)
     velk::global_release(q);
 }
 
-TEST(GlobalSpace, ZeroedGroupOfEqualSizes)
+TEST(GlobalSpace, ZeroedGroupOfEqualSizesGivesClearedBlocks)
 {
     uint64_t size = 24;
     void** table = velk::global_alloc_group(10, &size, velk::mspace_group_equal_sizes | velk::mspace_group_clear, nullptr);

@@ -165,7 +165,7 @@ public:
 
 // -- The type word ----------------------------------------------------------------------
 
-TEST(bstype, kind_packs_size_type_and_flags)
+TEST(Bstype, KindPacksSizeTypeAndFlags)
 {
     kind t(kind::type_uint, 4, kind::flag_element);
     EXPECT_EQ(t.word(), 0x01020004u);
@@ -174,7 +174,7 @@ TEST(bstype, kind_packs_size_type_and_flags)
     EXPECT_EQ(t.flags(), kind::flag_element);
 }
 
-TEST(bstype, kinds_of_the_primitive_types)
+TEST(Bstype, EachPrimitiveTypeHasItsKindWord)
 {
     EXPECT_EQ(bstype::kind_of<int8_t>().word(), 0x10001u);
     EXPECT_EQ(bstype::kind_of<uint16_t>().word(), 0x20002u);
@@ -187,7 +187,7 @@ TEST(bstype, kinds_of_the_primitive_types)
     EXPECT_EQ(bstype::kind_of<bstype::key>().word(), 0xA0001u);
 }
 
-TEST(bstype, the_fixed_words_stand_as_given)
+TEST(Bstype, TheFixedWordsStandAsGiven)
 {
     EXPECT_EQ(kind(kind::separator_word).type(), kind::type_separator);
     EXPECT_EQ(kind(kind::separator_word).size(), 0u);
@@ -196,7 +196,7 @@ TEST(bstype, the_fixed_words_stand_as_given)
     EXPECT_TRUE(kind(kind::key_char_word).is_primitive());
 }
 
-TEST(bstype, setters_change_one_field_only)
+TEST(Bstype, SettersChangeOneFieldOnly)
 {
     kind t(0x50001);
     t.set_size(4);
@@ -210,7 +210,7 @@ TEST(bstype, setters_change_one_field_only)
 
 // -- Containers ------------------------------------------------------------------------
 
-TEST(binstream_container_fixed_array, extract_advances_and_count_shrinks)
+TEST(BinstreamContainerFixedArray, ExtractAdvancesAndCountShrinks)
 {
     char text[] = "abcdef";
     velk::binstream_container_fixed_array<char> c(text, 6);
@@ -221,7 +221,7 @@ TEST(binstream_container_fixed_array, extract_advances_and_count_shrinks)
     EXPECT_TRUE(c.is_continuous());
 }
 
-TEST(binstream_container_fixed_array, asking_for_more_than_remains_throws_nmore)
+TEST(BinstreamContainerFixedArray, AskingForMoreThanRemainsThrowsNmore)
 {
     char text[] = "abc";
     velk::binstream_container_fixed_array<char> c(text, 3);
@@ -236,7 +236,7 @@ TEST(binstream_container_fixed_array, asking_for_more_than_remains_throws_nmore)
     EXPECT_THROW(c.insert(5), opcd);
 }
 
-TEST(dynarray_binstream_container, insert_appends_and_extract_walks)
+TEST(DynarrayBinstreamContainer, InsertAppendsAndExtractWalks)
 {
     velk::dynarray<bstype::key> keys;
     velk::dynarray_binstream_container<bstype::key> c(keys);
@@ -249,7 +249,7 @@ TEST(dynarray_binstream_container, insert_appends_and_extract_walks)
     EXPECT_EQ(static_cast<const bstype::key*>(c.extract(1))->c, 'z');
 }
 
-TEST(dynarray_binstream_container, extract_past_the_end_gives_null)
+TEST(DynarrayBinstreamContainer, ExtractPastTheEndGivesNull)
 {
     velk::dynarray<char> a;
     *a.add(1) = 'q';
@@ -260,7 +260,7 @@ TEST(dynarray_binstream_container, extract_past_the_end_gives_null)
 
 // -- Values ------------------------------------------------------------------------------
 
-TEST(binstream, write_hands_size_bytes_to_write_raw)
+TEST(Binstream, WriteHandsSizeBytesToWriteRaw)
 {
     recording_stream s;
     uint32_t v = 0x64636261;
@@ -268,14 +268,14 @@ TEST(binstream, write_hands_size_bytes_to_write_raw)
     EXPECT_EQ(s.data, "abcd");
 }
 
-TEST(binstream, write_of_size_zero_calls_nothing)
+TEST(Binstream, WriteOfSizeZeroCallsNothing)
 {
     recording_stream s;
     EXPECT_EQ(s.write(nullptr, kind(kind::separator_word)), opcd());
     EXPECT_EQ(s.write_calls, 0);
 }
 
-TEST(binstream, read_of_size_zero_succeeds_and_calls_nothing)
+TEST(Binstream, ReadOfSizeZeroSucceedsAndCallsNothing)
 {
     recording_stream s;
     s.data = "abcd";
@@ -285,7 +285,7 @@ TEST(binstream, read_of_size_zero_succeeds_and_calls_nothing)
     EXPECT_EQ(s.read_calls, 0);
 }
 
-TEST(binstream, read_calls_again_while_the_stream_answers_retry)
+TEST(Binstream, ReadCallsAgainWhileTheStreamAnswersRetry)
 {
     recording_stream s;
     s.data = "12345678";
@@ -296,7 +296,7 @@ TEST(binstream, read_calls_again_while_the_stream_answers_retry)
     EXPECT_EQ(s.read_calls, 3);
 }
 
-TEST(binstream, read_returns_the_first_result_that_is_not_retry)
+TEST(Binstream, ReadReturnsTheFirstResultThatIsNotRetry)
 {
     recording_stream s;
     s.data = "123";
@@ -308,7 +308,7 @@ TEST(binstream, read_returns_the_first_result_that_is_not_retry)
 
 // -- Keys --------------------------------------------------------------------------------
 
-TEST(binstream, write_key_of_a_member_writes_a_separator_first)
+TEST(Binstream, WriteKeyOfAMemberWritesASeparatorFirst)
 {
     recording_stream s;
     EXPECT_EQ(s.write_key("ab", 1), opcd());
@@ -319,14 +319,14 @@ TEST(binstream, write_key_of_a_member_writes_a_separator_first)
     EXPECT_EQ(s.data, std::string("\2\0\0\0ab", 6));
 }
 
-TEST(binstream, write_key_of_the_first_member_has_no_separator)
+TEST(Binstream, WriteKeyOfTheFirstMemberHasNoSeparator)
 {
     recording_stream s;
     EXPECT_EQ(s.write_key("ab", 0), opcd());
     EXPECT_EQ(s.writes.front(), 0x100A0004u);
 }
 
-TEST(binstream, read_key_returns_a_failed_separator_read)
+TEST(Binstream, ReadKeyReturnsAFailedSeparatorRead)
 {
     charstr k;
     // The separator has size 0 and can't fail here: a stream whose read
@@ -340,7 +340,7 @@ TEST(binstream, read_key_returns_a_failed_separator_read)
 
 // -- Arrays ------------------------------------------------------------------------------
 
-TEST(binstream, write_array_marks_begin_and_end_around_one_block)
+TEST(Binstream, WriteArrayMarksBeginAndEndAroundOneBlock)
 {
     recording_stream s;
     uint16_t a[] = {1, 2, 3};
@@ -352,7 +352,7 @@ TEST(binstream, write_array_marks_begin_and_end_around_one_block)
     EXPECT_EQ(s.write_calls, 2); // the count and one block
 }
 
-TEST(binstream, the_block_path_does_not_loop_on_a_short_write)
+TEST(Binstream, TheBlockPathDoesNotLoopOnAShortWrite)
 {
     recording_stream s;
     s.write_room = 4 + 3;
@@ -363,7 +363,7 @@ TEST(binstream, the_block_path_does_not_loop_on_a_short_write)
     EXPECT_EQ(s.data.size(), 7u);
 }
 
-TEST(binstream, elements_one_by_one_carry_the_element_flags)
+TEST(Binstream, ElementsOneByOneCarryTheElementFlags)
 {
     recording_stream s;
     std::vector<uint8_t> v = {5, 6, 7};
@@ -376,7 +376,7 @@ TEST(binstream, elements_one_by_one_carry_the_element_flags)
     EXPECT_EQ(s.data, std::string("\3\0\0\0\5\6\7", 7));
 }
 
-TEST(binstream, an_array_of_unknown_length_writes_all_ones_and_separators)
+TEST(Binstream, AnArrayOfUnknownLengthWritesAllOnesAndSeparators)
 {
     recording_stream s;
     std::vector<uint8_t> v = {5, 6};
@@ -386,7 +386,7 @@ TEST(binstream, an_array_of_unknown_length_writes_all_ones_and_separators)
     EXPECT_EQ(s.data, std::string("\xff\xff\xff\xff\0\5\0\6\1", 9));
 }
 
-TEST(binstream, an_array_read_with_a_count_of_all_ones_runs_until_a_separator_ends_it)
+TEST(Binstream, AnArrayReadWithACountOfAllOnesRunsUntilASeparatorEndsIt)
 {
     recording_stream s;
     s.data = std::string("\xff\xff\xff\xff\0\5\0\6\0\7\1", 11);
@@ -398,7 +398,7 @@ TEST(binstream, an_array_read_with_a_count_of_all_ones_runs_until_a_separator_en
     EXPECT_EQ(s.rpos, s.data.size());
 }
 
-TEST(binstream, an_array_of_unknown_length_ends_also_at_the_end_of_data)
+TEST(Binstream, AnArrayOfUnknownLengthEndsAlsoAtTheEndOfData)
 {
     recording_stream s;
     s.data = std::string("\xff\xff\xff\xff\0\5\0\6", 8);
@@ -408,7 +408,7 @@ TEST(binstream, an_array_of_unknown_length_ends_also_at_the_end_of_data)
     EXPECT_EQ(v, (std::vector<uint8_t>{5, 6}));
 }
 
-TEST(binstream, an_array_of_unknown_length_round_trips_through_a_buffer)
+TEST(Binstream, AnArrayOfUnknownLengthRoundTripsThroughABuffer)
 {
     binstreambuf b;
     std::vector<uint32_t> v = {10, 20, 30, 40};
@@ -421,7 +421,7 @@ TEST(binstream, an_array_of_unknown_length_round_trips_through_a_buffer)
     EXPECT_EQ(b.peek_read(0), ers::no_more);
 }
 
-TEST(binstream, a_failed_element_read_is_returned)
+TEST(Binstream, AFailedElementReadIsReturned)
 {
     recording_stream s;
     s.data = std::string("\3\0\0\0\5", 5);
@@ -430,7 +430,7 @@ TEST(binstream, a_failed_element_read_is_returned)
     EXPECT_EQ(s.read_array(c, nullptr), ers::no_more);
 }
 
-TEST(binstream, compound_elements_go_through_the_container_functions)
+TEST(Binstream, CompoundElementsGoThroughTheContainerFunctions)
 {
     binstreambuf b;
     std::vector<point> pts = {{1, 2}, {3, 4}};
@@ -445,7 +445,7 @@ TEST(binstream, compound_elements_go_through_the_container_functions)
     EXPECT_EQ(back[1].y, 4);
 }
 
-TEST(binstream, compound_elements_without_functions_are_not_implemented)
+TEST(Binstream, CompoundElementsWithoutFunctionsAreNotImplemented)
 {
     binstreambuf b;
     std::vector<point> pts = {{1, 2}};
@@ -454,14 +454,14 @@ TEST(binstream, compound_elements_without_functions_are_not_implemented)
     EXPECT_EQ(b.write_array(out, &b), ers::not_implemented);
 }
 
-TEST(binstream, array_separator_is_one_byte)
+TEST(Binstream, ArraySeparatorIsOneByte)
 {
     recording_stream s;
     EXPECT_EQ(s.write_array_separator(kind(0x01020001), 1), opcd());
     EXPECT_EQ(s.data, "\1");
 }
 
-TEST(binstream, read_array_separator_zero_is_success_other_bytes_nmore)
+TEST(Binstream, ReadArraySeparatorZeroIsSuccessOtherBytesNmore)
 {
     recording_stream s;
     s.data = std::string("\0\x02", 2);
@@ -469,7 +469,7 @@ TEST(binstream, read_array_separator_zero_is_success_other_bytes_nmore)
     EXPECT_EQ(s.read_array_separator(kind(0)), ers::no_more);
 }
 
-TEST(binstream, read_array_separator_passes_a_read_failure_on)
+TEST(Binstream, ReadArraySeparatorPassesAReadFailureOn)
 {
     struct failing : recording_stream
     {
@@ -480,7 +480,7 @@ TEST(binstream, read_array_separator_passes_a_read_failure_on)
 
 // -- Block copies of the base ------------------------------------------------------------
 
-TEST(binstream, transfer_copies_in_blocks_until_the_end_of_the_source)
+TEST(Binstream, TransferCopiesInBlocksUntilTheEndOfTheSource)
 {
     recording_stream src, dst;
     src.data = std::string(100000, 'z');
@@ -491,7 +491,7 @@ TEST(binstream, transfer_copies_in_blocks_until_the_end_of_the_source)
     EXPECT_EQ(dst.write_calls, 100);
 }
 
-TEST(binstream, transfer_blocks_are_at_most_32768_bytes)
+TEST(Binstream, TransferBlocksAreAtMost32768Bytes)
 {
     recording_stream src, dst;
     src.data = std::string(65536, 'z');
@@ -499,7 +499,7 @@ TEST(binstream, transfer_blocks_are_at_most_32768_bytes)
     EXPECT_EQ(dst.write_calls, 2);
 }
 
-TEST(binstream, transfer_follows_retry_of_the_source)
+TEST(Binstream, TransferFollowsRetryOfTheSource)
 {
     recording_stream src, dst;
     src.data = "0123456789";
@@ -510,7 +510,7 @@ TEST(binstream, transfer_follows_retry_of_the_source)
     EXPECT_EQ(written, 10u);
 }
 
-TEST(binstream, transfer_stops_at_datasize)
+TEST(Binstream, TransferStopsAtDatasize)
 {
     recording_stream src, dst;
     src.data = "0123456789";
@@ -518,7 +518,7 @@ TEST(binstream, transfer_stops_at_datasize)
     EXPECT_EQ(dst.data, "0123");
 }
 
-TEST(binstream, transfer_into_a_full_destination_stops_with_write_failed)
+TEST(Binstream, TransferIntoAFullDestinationStopsWithWriteFailed)
 {
     recording_stream src, dst;
     src.data = "0123456789";
@@ -530,7 +530,7 @@ TEST(binstream, transfer_into_a_full_destination_stops_with_write_failed)
     EXPECT_EQ(written, 6u);
 }
 
-TEST(binstream, transfer_passes_a_write_failure_on)
+TEST(Binstream, TransferPassesAWriteFailureOn)
 {
     recording_stream src, dst;
     src.data = "0123";
@@ -538,7 +538,7 @@ TEST(binstream, transfer_passes_a_write_failure_on)
     EXPECT_EQ(src.transfer_to(dst, binstream::unknown_size, nullptr, 4), ers::rejected);
 }
 
-TEST(binstream, transfer_with_block_size_zero_is_invalid)
+TEST(Binstream, TransferWithBlockSizeZeroIsInvalid)
 {
     recording_stream src, dst;
     src.data = "0123";
@@ -547,7 +547,7 @@ TEST(binstream, transfer_with_block_size_zero_is_invalid)
 
 // -- The slots the base answers --------------------------------------------------------
 
-TEST(binstream, slots_without_a_meaning_here_are_not_implemented)
+TEST(Binstream, SlotsWithoutAMeaningHereAreNotImplemented)
 {
     recording_stream s, t;
     EXPECT_EQ(s.open(zstring("x"), "r"), ers::not_implemented);
@@ -557,7 +557,7 @@ TEST(binstream, slots_without_a_meaning_here_are_not_implemented)
     EXPECT_EQ(s.seek(1, 0), ers::not_implemented);
 }
 
-TEST(binstream, reserved_slots_throw_not_implemented)
+TEST(Binstream, ReservedSlotsThrowNotImplemented)
 {
     recording_stream s;
     EXPECT_THROW(s.reserved_b(1), opcd);
@@ -571,7 +571,7 @@ TEST(binstream, reserved_slots_throw_not_implemented)
     }
 }
 
-TEST(binstream, positions_are_unknown_and_cannot_be_set)
+TEST(Binstream, PositionsAreUnknownAndCannotBeSet)
 {
     recording_stream s;
     EXPECT_EQ(s.get_read_pos(), UINT64_MAX);
@@ -580,14 +580,14 @@ TEST(binstream, positions_are_unknown_and_cannot_be_set)
     EXPECT_FALSE(s.set_write_pos(0));
 }
 
-TEST(binstream, reset_all_resets_writing_then_reading)
+TEST(Binstream, ResetAllResetsWritingThenReading)
 {
     recording_stream s;
     EXPECT_EQ(s.reset_all(), opcd());
     EXPECT_EQ(s.order, "wr");
 }
 
-TEST(binstream, reset_all_returns_a_failure_of_reset_write)
+TEST(Binstream, ResetAllReturnsAFailureOfResetWrite)
 {
     recording_stream s;
     s.write_reset_result = ers::busy;

@@ -71,7 +71,7 @@ std::string sequence(uint16_t attribute)
 
 // -- Levels -----------------------------------------------------------------------------
 
-TEST(LoggerLevels, PrefixOfEveryLevel)
+TEST(LoggerLevels, EachLevelHasItsPrefixAndLevelsOutsideHaveNone)
 {
     EXPECT_EQ(str(velk::log_level_prefix(0)), "FATAL: ");
     EXPECT_EQ(str(velk::log_level_prefix(1)), "ERROR: ");
@@ -111,7 +111,7 @@ TEST(LoggerLevels, TextWithoutAWordIsLevelFourWithLeadingBlanksSkipped)
     EXPECT_EQ(str(t), "plain");
 }
 
-TEST(LoggerLevels, ConsoleAttributeOfEveryLevel)
+TEST(LoggerLevels, EachLevelHasItsConsoleAttribute)
 {
     EXPECT_EQ(velk::log_console_attribute(-1), 112);
     EXPECT_EQ(velk::log_console_attribute(0), 13);
@@ -174,7 +174,7 @@ TEST(LoggerLevels, RefusedMessageHasNoEffectOnTheFile)
 
 // -- Time format ----------------------------------------------------------------------------
 
-TEST(LoggerTime, ThreeFieldsWithMilliseconds)
+TEST(LoggerTime, ThreeFieldsAreHoursMinutesAndSecondsWithMilliseconds)
 {
     EXPECT_EQ(time_text(3723456, true, 3), "1:02:03.456");
 }
