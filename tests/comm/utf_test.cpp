@@ -81,7 +81,7 @@ TEST(Utf8ToUtf16, FollowingBytesAreNotChecked)
     EXPECT_EQ(historic("\xC3\x41"), u"\x81");
 }
 
-TEST(Utf8ToUtf16, BytesFE_FFAreOneFFFFEach)
+TEST(Utf8ToUtf16, BytesFEAndFFAreOneFFFFEach)
 {
     EXPECT_EQ(historic("\xFE\xFF"), u"\xFFFF\xFFFF");
 }
@@ -210,7 +210,7 @@ TEST(UtfInvalid, ValueAbove10FFFFIsRefused)
     EXPECT_EQ(to_utf16("\xF5\x80"), u"\uFFFD\uFFFD");
 }
 
-TEST(UtfInvalid, BytesFE_FFAreReplaced)
+TEST(UtfInvalid, BytesFEAndFFAreReplaced)
 {
     EXPECT_EQ(to_utf16("\xFE\xFF"), u"\uFFFD\uFFFD");
 }

@@ -25,7 +25,7 @@ protected:
 
 } // namespace
 
-TEST_F(LuaLifetime, hundred_thousand_dropped_script_objects_are_all_given_back)
+TEST_F(LuaLifetime, HundredThousandDroppedScriptObjectsAreAllGivenBack)
 {
     int64_t live = live_dispatchers();
     uint64_t made = velk::lua::census().made;
@@ -35,7 +35,7 @@ TEST_F(LuaLifetime, hundred_thousand_dropped_script_objects_are_all_given_back)
     EXPECT_EQ(live_dispatchers(), live);
 }
 
-TEST_F(LuaLifetime, hundred_thousand_dropped_wrapper_objects_are_all_given_back)
+TEST_F(LuaLifetime, HundredThousandDroppedWrapperObjectsAreAllGivenBack)
 {
     auto native = reinterpret_cast<xt::native_creator_fn>(velk::testing::creator(xt::hostprobe_plugin::native_creator_key));
     auto wrap = reinterpret_cast<xt::lua::wrapper_lua_fn>(velk::testing::creator("xt::hostprobe_plugin@wrapper.lua"));
@@ -51,7 +51,7 @@ TEST_F(LuaLifetime, hundred_thousand_dropped_wrapper_objects_are_all_given_back)
     EXPECT_EQ(plain->refcount(), 1u); // the wrappers' references to it are gone
 }
 
-TEST_F(LuaLifetime, dropped_script_objects_give_back_the_hosts_object)
+TEST_F(LuaLifetime, DroppedScriptObjectsGiveBackTheHostsObject)
 {
     uint32_t before = host_object->refcount();
     ASSERT_TRUE(run("kept = query_interface('xt::lua::hostprobe_plugin.create', host)\n"
@@ -62,7 +62,7 @@ TEST_F(LuaLifetime, dropped_script_objects_give_back_the_hosts_object)
     EXPECT_EQ(host_object->refcount(), before);
 }
 
-TEST_F(LuaLifetime, object_kept_by_the_script_keeps_its_dispatcher)
+TEST_F(LuaLifetime, ObjectKeptByTheScriptKeepsItsDispatcher)
 {
     int64_t live = live_dispatchers();
     ASSERT_TRUE(run("kept = query_interface('xt::lua::hostprobe_plugin.create', host)").ok);
@@ -71,7 +71,7 @@ TEST_F(LuaLifetime, object_kept_by_the_script_keeps_its_dispatcher)
     EXPECT_EQ(run("return kept:testfunction(7)").text, "14");
 }
 
-TEST_F(LuaLifetime, object_dropped_later_is_given_back_then)
+TEST_F(LuaLifetime, ObjectDroppedLaterIsGivenBackThen)
 {
     int64_t live = live_dispatchers();
     ASSERT_TRUE(run("kept = query_interface('xt::lua::hostprobe_plugin.create', host)").ok);
@@ -81,7 +81,7 @@ TEST_F(LuaLifetime, object_dropped_later_is_given_back_then)
     EXPECT_EQ(live_dispatchers(), live);
 }
 
-TEST_F(LuaLifetime, native_reference_outlives_the_collected_object_table)
+TEST_F(LuaLifetime, NativeReferenceOutlivesTheCollectedObjectTable)
 {
     auto wrap = reinterpret_cast<xt::lua::wrapper_lua_fn>(velk::testing::creator("xt::hostprobe_plugin@wrapper.lua"));
     auto native = reinterpret_cast<xt::native_creator_fn>(velk::testing::creator(xt::hostprobe_plugin::native_creator_key));
@@ -102,13 +102,13 @@ TEST_F(LuaLifetime, native_reference_outlives_the_collected_object_table)
     EXPECT_EQ(held->real_interface(), plain.get());
 }
 
-TEST_F(LuaLifetime, strongly_held_object_survives_collections)
+TEST_F(LuaLifetime, StronglyHeldObjectSurvivesCollections)
 {
     collect_garbage();
     EXPECT_EQ(run("return o:testfunction(2)").text, "4");
 }
 
-TEST_F(LuaLifetime, strong_object_table_whose_dispatcher_is_gone_fails_with_the_null_text)
+TEST_F(LuaLifetime, StrongObjectTableWhoseDispatcherIsGoneFailsWithTheNullText)
 {
     iref<xt::hostprobe_plugin> probe;
     iref<velk::lua::lua_context> c = new_context("p", &probe);
@@ -124,7 +124,7 @@ TEST_F(LuaLifetime, strong_object_table_whose_dispatcher_is_gone_fails_with_the_
     EXPECT_EQ(r.text, "test.lua(1): Null interface object in hostprobe_plugin.getMAC");
 }
 
-TEST_F(LuaLifetime, closing_the_state_gives_back_the_objects_it_still_held)
+TEST_F(LuaLifetime, ClosingTheStateGivesBackTheObjectsItStillHeld)
 {
     int64_t live = live_dispatchers();
     ASSERT_TRUE(run("kept = query_interface('xt::lua::hostprobe_plugin.create', host)").ok);

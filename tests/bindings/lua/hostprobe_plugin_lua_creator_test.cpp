@@ -65,7 +65,7 @@ uint32_t signed_fnv(const std::string& s)
 
 // -- The context table -------------------------------------------------------------------
 
-TEST_F(LuaCreator, new_context_falls_through_to_the_globals)
+TEST_F(LuaCreator, NewContextFallsThroughToTheGlobals)
 {
     iref<lua_context> c = new_context();
     EXPECT_EQ(run(c, "return type(string.format)").text, "function");
@@ -73,7 +73,7 @@ TEST_F(LuaCreator, new_context_falls_through_to_the_globals)
               "true");
 }
 
-TEST_F(LuaCreator, context_table_is_its_own_metatable_with_the_three_functions)
+TEST_F(LuaCreator, ContextTableIsItsOwnMetatableWithTheThreeFunctions)
 {
     iref<lua_context> c = new_context();
     EXPECT_EQ(run(c, "local e = getfenv(1)\n"
@@ -82,7 +82,7 @@ TEST_F(LuaCreator, context_table_is_its_own_metatable_with_the_three_functions)
               "truefunctionfunctionfunction");
 }
 
-TEST_F(LuaCreator, context_functions_have_the_context_as_their_environment)
+TEST_F(LuaCreator, ContextFunctionsHaveTheContextAsTheirEnvironment)
 {
     iref<lua_context> c = new_context();
     c->push();
@@ -95,7 +95,7 @@ TEST_F(LuaCreator, context_functions_have_the_context_as_their_environment)
     lua_settop(L, 0);
 }
 
-TEST_F(LuaCreator, globals_the_script_sets_stay_in_its_context)
+TEST_F(LuaCreator, GlobalsTheScriptSetsStayInItsContext)
 {
     iref<lua_context> c = new_context();
     ASSERT_TRUE(run(c, "mine = 5").ok);
@@ -105,13 +105,13 @@ TEST_F(LuaCreator, globals_the_script_sets_stay_in_its_context)
 
 // -- The creator ----------------------------------------------------------------------------
 
-TEST_F(LuaCreator, creator_binds_the_object_under_its_name)
+TEST_F(LuaCreator, CreatorBindsTheObjectUnderItsName)
 {
     EXPECT_EQ(create_text("x = 1", "bind.lua"), "");
     EXPECT_EQ(run(made_context, "return o:testfunction(10)").text, "20");
 }
 
-TEST_F(LuaCreator, creator_with_an_empty_bindname_sets_no_name)
+TEST_F(LuaCreator, CreatorWithAnEmptyBindnameSetsNoName)
 {
     script_source none;
     iref<xt::hostprobe_plugin> out;
@@ -123,21 +123,21 @@ TEST_F(LuaCreator, creator_with_an_empty_bindname_sets_no_name)
               "5"); // __index, implements, log, query_interface, the class table
 }
 
-TEST_F(LuaCreator, creator_runs_the_script_in_the_context)
+TEST_F(LuaCreator, CreatorRunsTheScriptInTheContext)
 {
     EXPECT_EQ(create_text("answer = 6 * 7", "run.lua"), "");
     EXPECT_EQ(run(made_context, "return answer").text, "42");
     EXPECT_EQ(run(nullptr, "return answer").text, "nil");
 }
 
-TEST_F(LuaCreator, creator_leaves_the_stack_as_it_was)
+TEST_F(LuaCreator, CreatorLeavesTheStackAsItWas)
 {
     lua_pushinteger(L, 1);
     EXPECT_EQ(create_text("x = 1", "a.lua"), "");
     EXPECT_EQ(lua_gettop(L), 1);
 }
 
-TEST_F(LuaCreator, creator_without_a_host_object_fails_to_create)
+TEST_F(LuaCreator, CreatorWithoutAHostObjectFailsToCreate)
 {
     host_object.release();
     script_source none;
@@ -146,7 +146,7 @@ TEST_F(LuaCreator, creator_without_a_host_object_fails_to_create)
     EXPECT_FALSE(out);
 }
 
-TEST_F(LuaCreator, syntax_error_raises_luas_message_with_no_added_source)
+TEST_F(LuaCreator, SyntaxErrorRaisesLuasMessageWithNoAddedSource)
 {
     // What Lua itself says of the chunk.
     ASSERT_NE(luaL_loadbuffer(L, "return +", 8, "bad.lua"), 0);
@@ -156,14 +156,14 @@ TEST_F(LuaCreator, syntax_error_raises_luas_message_with_no_added_source)
     EXPECT_EQ(lua_says.rfind("[string \"bad.lua\"]:1:", 0), 0u);
 }
 
-TEST_F(LuaCreator, failing_script_raises_luas_message_and_the_stack_loses_it)
+TEST_F(LuaCreator, FailingScriptRaisesLuasMessageAndTheStackLosesIt)
 {
     lua_pushinteger(L, 1);
     EXPECT_EQ(create_text("error('boom')", "run.lua"), "[string \"run.lua\"]:1: boom");
     EXPECT_EQ(lua_gettop(L), 1);
 }
 
-TEST_F(LuaCreator, failing_method_at_the_top_of_a_script_reaches_the_host_as_an_exception)
+TEST_F(LuaCreator, FailingMethodAtTheTopOfAScriptReachesTheHostAsAnException)
 {
     EXPECT_EQ(create_text("local p = query_interface('xt::lua::hostprobe_plugin.create', {})\n"
                           "query_interface()",
@@ -171,7 +171,7 @@ TEST_F(LuaCreator, failing_method_at_the_top_of_a_script_reaches_the_host_as_an_
               "top.lua(2): Invalid params!");
 }
 
-TEST_F(LuaCreator, failed_load_gives_no_object_and_keeps_what_the_chunk_defined)
+TEST_F(LuaCreator, FailedLoadGivesNoObjectAndKeepsWhatTheChunkDefined)
 {
     script_source s;
     s.text = "before = 1\nerror('stop')\nafter = 1";
@@ -185,39 +185,39 @@ TEST_F(LuaCreator, failed_load_gives_no_object_and_keeps_what_the_chunk_defined)
     EXPECT_EQ(run(c, "return tostring(before) .. tostring(after)").text, "1nil");
 }
 
-TEST_F(LuaCreator, prefix_and_text_run_as_one_chunk_counting_lines_from_the_prefix)
+TEST_F(LuaCreator, PrefixAndTextRunAsOneChunkCountingLinesFromThePrefix)
 {
     EXPECT_EQ(create_text("error('late')", "pre.lua", "local a = 1\nlocal b = 2\n"),
               "[string \"pre.lua\"]:3: late");
 }
 
-TEST_F(LuaCreator, prefix_defines_what_the_script_uses)
+TEST_F(LuaCreator, PrefixDefinesWhatTheScriptUses)
 {
     EXPECT_EQ(create_text("result = base + 1", "pre.lua", "base = 41\n"), "");
     EXPECT_EQ(run(made_context, "return result").text, "42");
 }
 
-TEST_F(LuaCreator, script_file_runs_and_names_the_chunk_after_its_path)
+TEST_F(LuaCreator, ScriptFileRunsAndNamesTheChunkAfterItsPath)
 {
     std::string path = write_root_file("scripts/good.lua", "value = 3\nerror('at two')\n");
     EXPECT_EQ(create_file(path), "[string \"" + path + "\"]:2: at two");
 }
 
-TEST_F(LuaCreator, script_file_without_a_final_newline_is_read_whole)
+TEST_F(LuaCreator, ScriptFileWithoutAFinalNewlineIsReadWhole)
 {
     std::string path = write_root_file("scripts/nonl.lua", "value = 12345");
     EXPECT_EQ(create_file(path), "");
     EXPECT_EQ(run(made_context, "return value").text, "12345");
 }
 
-TEST_F(LuaCreator, empty_script_file_loads_as_an_empty_chunk)
+TEST_F(LuaCreator, EmptyScriptFileLoadsAsAnEmptyChunk)
 {
     std::string path = write_root_file("scripts/empty.lua", "");
     EXPECT_EQ(create_file(path), "");
     EXPECT_EQ(run(made_context, "return o:testfunction(1)").text, "2");
 }
 
-TEST_F(LuaCreator, script_file_longer_than_one_block_is_read_whole)
+TEST_F(LuaCreator, ScriptFileLongerThanOneBlockIsReadWhole)
 {
     std::string body;
     for (int i = 0; i < 2000; ++i)
@@ -227,20 +227,20 @@ TEST_F(LuaCreator, script_file_longer_than_one_block_is_read_whole)
     EXPECT_EQ(run(made_context, "return n").text, "2000");
 }
 
-TEST_F(LuaCreator, missing_script_file_fails_with_its_path)
+TEST_F(LuaCreator, MissingScriptFileFailsWithItsPath)
 {
     std::string path = velk::testing::lua_environment::root() + "scripts/none.lua";
     EXPECT_EQ(create_file(path), path + " not found");
 }
 
-TEST_F(LuaCreator, script_file_gives_the_context_its_file_name)
+TEST_F(LuaCreator, ScriptFileGivesTheContextItsFileName)
 {
     std::string path = write_root_file("scripts/deep/named.lua", "");
     ASSERT_EQ(create_file(path), "");
     EXPECT_EQ(run(made_context, "return __ctx_inf").text, "named.lua");
 }
 
-TEST_F(LuaCreator, given_context_is_used_and_returned)
+TEST_F(LuaCreator, GivenContextIsUsedAndReturned)
 {
     iref<lua_context> given(new lua_context(L));
     contexts.push_back(given);
@@ -255,7 +255,7 @@ TEST_F(LuaCreator, given_context_is_used_and_returned)
     EXPECT_EQ(run(given, "return shared").text, "1");
 }
 
-TEST_F(LuaCreator, given_context_keeps_its_log_source)
+TEST_F(LuaCreator, GivenContextKeepsItsLogSource)
 {
     std::string first = write_root_file("scripts/first.lua", "");
     ASSERT_EQ(create_file(first), "");
@@ -267,7 +267,7 @@ TEST_F(LuaCreator, given_context_keeps_its_log_source)
     EXPECT_EQ(log[0].source, "first.lua");
 }
 
-TEST_F(LuaCreator, given_context_without_a_file_logs_as_unknown_script)
+TEST_F(LuaCreator, GivenContextWithoutAFileLogsAsUnknownScript)
 {
     iref<lua_context> given(new lua_context(L));
     contexts.push_back(given);
@@ -278,7 +278,7 @@ TEST_F(LuaCreator, given_context_without_a_file_logs_as_unknown_script)
     EXPECT_EQ(log[0].source, "Unknown script");
 }
 
-TEST_F(LuaCreator, context_without_a_table_cant_load_a_script)
+TEST_F(LuaCreator, ContextWithoutATableCantLoadAScript)
 {
     iref<lua_context> given(new lua_context(L));
     given->reset();
@@ -292,7 +292,7 @@ TEST_F(LuaCreator, context_without_a_table_cant_load_a_script)
 
 // -- log ----------------------------------------------------------------------------------------
 
-TEST_F(LuaCreator, context_log_takes_its_level_from_the_text)
+TEST_F(LuaCreator, ContextLogTakesItsLevelFromTheText)
 {
     std::string path = write_root_file("scripts/logger.lua", "log('warn: careful')");
     ASSERT_EQ(create_file(path), "");
@@ -302,7 +302,7 @@ TEST_F(LuaCreator, context_log_takes_its_level_from_the_text)
     EXPECT_NE(log[0].text.find("careful"), std::string::npos);
 }
 
-TEST_F(LuaCreator, context_log_hashes_a_non_ascii_source_over_signed_bytes)
+TEST_F(LuaCreator, ContextLogHashesANonAsciiSourceOverSignedBytes)
 {
     std::string name = "\xC3\xA9t\xC3\xA9.lua";
     std::string path = write_root_file("scripts/" + name, "log('x')");
@@ -313,7 +313,7 @@ TEST_F(LuaCreator, context_log_hashes_a_non_ascii_source_over_signed_bytes)
     EXPECT_EQ(log[0].source_hash, signed_fnv(name));
 }
 
-TEST_F(LuaCreator, context_log_without_arguments_does_nothing)
+TEST_F(LuaCreator, ContextLogWithoutArgumentsDoesNothing)
 {
     iref<lua_context> c = new_context();
     EXPECT_TRUE(run(c, "log()").ok);
@@ -322,7 +322,7 @@ TEST_F(LuaCreator, context_log_without_arguments_does_nothing)
 
 // -- implements ------------------------------------------------------------------------------
 
-TEST_F(LuaCreator, implements_makes_the_class_table_in_the_context)
+TEST_F(LuaCreator, ImplementsMakesTheClassTableInTheContext)
 {
     iref<lua_context> given(new lua_context(L));
     contexts.push_back(given);
@@ -330,7 +330,7 @@ TEST_F(LuaCreator, implements_makes_the_class_table_in_the_context)
               "function");
 }
 
-TEST_F(LuaCreator, implements_of_an_unknown_class_fails)
+TEST_F(LuaCreator, ImplementsOfAnUnknownClassFails)
 {
     iref<lua_context> c = new_context();
     lua_result r = run(c, "implements('nope')");
@@ -340,26 +340,26 @@ TEST_F(LuaCreator, implements_of_an_unknown_class_fails)
 
 // -- query_interface -------------------------------------------------------------------------
 
-TEST_F(LuaCreator, query_interface_without_arguments_fails)
+TEST_F(LuaCreator, QueryInterfaceWithoutArgumentsFails)
 {
     iref<lua_context> c = new_context();
     EXPECT_EQ(run(c, "query_interface()").text, "test.lua(1): Invalid params!");
 }
 
-TEST_F(LuaCreator, query_interface_with_a_name_that_is_no_string_fails)
+TEST_F(LuaCreator, QueryInterfaceWithANameThatIsNoStringFails)
 {
     iref<lua_context> c = new_context();
     EXPECT_EQ(run(c, "query_interface({}, host)").text, "test.lua(1): Interface creator name missing.");
 }
 
-TEST_F(LuaCreator, query_interface_with_an_unknown_name_fails)
+TEST_F(LuaCreator, QueryInterfaceWithAnUnknownNameFails)
 {
     iref<lua_context> c = new_context();
     EXPECT_EQ(run(c, "query_interface('no::such.create', host)").text,
               "test.lua(1): interface creator no::such.create not found");
 }
 
-TEST_F(LuaCreator, query_interface_failure_inside_pcall_is_caught_by_the_script)
+TEST_F(LuaCreator, QueryInterfaceFailureInsidePcallIsCaughtByTheScript)
 {
     iref<lua_context> c = new_context();
     EXPECT_EQ(run(c, "local ok, e = pcall(function() local r = query_interface() end)\nreturn tostring(ok) .. ': ' .. e").text,

@@ -49,17 +49,17 @@ std::string said(const lua_result& r) { return r.ok ? r.text : "error: " + r.tex
 
 // -- The object table -------------------------------------------------------------
 
-TEST_F(LuaDispatcher, object_table_is_its_own_metatable)
+TEST_F(LuaDispatcher, ObjectTableIsItsOwnMetatable)
 {
     EXPECT_EQ(said(run("return getmetatable(o) == o")), "true");
 }
 
-TEST_F(LuaDispatcher, object_table_holds_the_interface_hash_as_a_number)
+TEST_F(LuaDispatcher, ObjectTableHoldsTheInterfaceHashAsANumber)
 {
     EXPECT_EQ(said(run("return rawget(o, '__class_hash')")), "3445205045");
 }
 
-TEST_F(LuaDispatcher, object_table_holds_its_dispatcher_in_a_pointer_sized_userdata)
+TEST_F(LuaDispatcher, ObjectTableHoldsItsDispatcherInAPointerSizedUserdata)
 {
     context->push();
     lua_getfield(L, -1, "o");
@@ -70,12 +70,12 @@ TEST_F(LuaDispatcher, object_table_holds_its_dispatcher_in_a_pointer_sized_userd
     lua_settop(L, 0);
 }
 
-TEST_F(LuaDispatcher, object_tables_index_is_the_class_table_of_its_context)
+TEST_F(LuaDispatcher, ObjectTablesIndexIsTheClassTableOfItsContext)
 {
     EXPECT_EQ(said(run("return rawget(o, '__index') == xt_hostprobe_plugin")), "true");
 }
 
-TEST_F(LuaDispatcher, class_table_holds_log_query_interface_and_the_three_methods)
+TEST_F(LuaDispatcher, ClassTableHoldsLogQueryInterfaceAndTheThreeMethods)
 {
     EXPECT_EQ(said(run("local n = 0; for k, v in pairs(xt_hostprobe_plugin) do n = n + 1 end;"
                        "local c = xt_hostprobe_plugin;"
@@ -84,7 +84,7 @@ TEST_F(LuaDispatcher, class_table_holds_log_query_interface_and_the_three_method
               "5functionfunctionfunctionfunctionfunction");
 }
 
-TEST_F(LuaDispatcher, dispatcher_reports_the_lua_backend)
+TEST_F(LuaDispatcher, DispatcherReportsTheLuaBackend)
 {
     EXPECT_EQ(probe->backend(), velk::backend_lua);
     EXPECT_EQ(probe->real_interface(), probe.get());
@@ -92,32 +92,32 @@ TEST_F(LuaDispatcher, dispatcher_reports_the_lua_backend)
 
 // -- Methods ----------------------------------------------------------------------
 
-TEST_F(LuaDispatcher, testfunction_doubles_its_argument)
+TEST_F(LuaDispatcher, TestfunctionDoublesItsArgument)
 {
     EXPECT_EQ(said(run("return o:testfunction(21)")), "42");
 }
 
-TEST_F(LuaDispatcher, testfunction_wraps_in_32_bits)
+TEST_F(LuaDispatcher, TestfunctionWrapsIn32Bits)
 {
     EXPECT_EQ(said(run("return o:testfunction(0x40000000)")), "-2147483648");
     EXPECT_EQ(said(run("return o:testfunction(-1)")), "-2");
 }
 
-TEST_F(LuaDispatcher, mersenne_twister_result_is_pushed_as_signed_32_bits)
+TEST_F(LuaDispatcher, MersenneTwisterResultIsPushedAsSigned32Bits)
 {
     // 3499211612, the generator's first output for 5489, as a signed word.
     EXPECT_EQ(said(run("return o:mersenne_twister(5489)")), "-795755684");
     EXPECT_EQ(said(run("return o:mersenne_twister(5489) % 2^32")), "3499211612");
 }
 
-TEST_F(LuaDispatcher, mersenne_twister_takes_a_seed_above_2_to_the_31)
+TEST_F(LuaDispatcher, MersenneTwisterTakesASeedAbove2ToThe31)
 {
     // The seed goes to 32 bits signed and back to the same unsigned word.
     EXPECT_EQ(said(run("return o:mersenne_twister(4294967295) % 2^32")),
               std::to_string(probe->mersenne_twister(4294967295u)));
 }
 
-TEST_F(LuaDispatcher, getMAC_gives_the_native_text_as_a_lua_string)
+TEST_F(LuaDispatcher, GetMacGivesTheNativeTextAsALuaString)
 {
     velk::charstr native = probe->getMAC();
     lua_result r = run("return o:getMAC()");
@@ -126,21 +126,21 @@ TEST_F(LuaDispatcher, getMAC_gives_the_native_text_as_a_lua_string)
     EXPECT_EQ(said(run("return type(o:getMAC())")), "string");
 }
 
-TEST_F(LuaDispatcher, method_argument_that_is_no_number_is_taken_as_0)
+TEST_F(LuaDispatcher, MethodArgumentThatIsNoNumberIsTakenAs0)
 {
     EXPECT_EQ(said(run("return o:testfunction('abc')")), "0");
     EXPECT_EQ(said(run("return o:testfunction({})")), "0");
     EXPECT_EQ(said(run("return o:testfunction(nil)")), "0");
 }
 
-TEST_F(LuaDispatcher, method_leaves_nothing_on_the_stack_but_its_result)
+TEST_F(LuaDispatcher, MethodLeavesNothingOnTheStackButItsResult)
 {
     EXPECT_EQ(said(run("return select('#', o:testfunction(1))")), "1");
 }
 
 // -- Method failures --------------------------------------------------------------
 
-TEST_F(LuaDispatcher, method_called_with_a_dot_fails_with_the_wrong_count)
+TEST_F(LuaDispatcher, MethodCalledWithADotFailsWithTheWrongCount)
 {
     EXPECT_EQ(said(run("local r = o.testfunction(21)")),
               "error: test.lua(1): Wrong number of arguments in hostprobe_plugin.testfunction");
@@ -149,24 +149,24 @@ TEST_F(LuaDispatcher, method_called_with_a_dot_fails_with_the_wrong_count)
               "error: test.lua(1): Wrong number of arguments in hostprobe_plugin.mersenne_twister");
 }
 
-TEST_F(LuaDispatcher, method_called_with_a_dot_and_a_fitting_count_is_no_valid_caller)
+TEST_F(LuaDispatcher, MethodCalledWithADotAndAFittingCountIsNoValidCaller)
 {
     EXPECT_EQ(said(run("local r = o.testfunction(5, 6)")),
               "error: test.lua(1): Caller is not valid object in hostprobe_plugin.testfunction");
 }
 
-TEST_F(LuaDispatcher, method_with_too_many_arguments_fails_with_the_wrong_count)
+TEST_F(LuaDispatcher, MethodWithTooManyArgumentsFailsWithTheWrongCount)
 {
     EXPECT_EQ(said(run("local r = o:testfunction(1, 2)")),
               "error: test.lua(1): Wrong number of arguments in hostprobe_plugin.testfunction");
 }
 
-TEST_F(LuaDispatcher, method_on_a_table_without_cthis_is_no_valid_caller)
+TEST_F(LuaDispatcher, MethodOnATableWithoutCthisIsNoValidCaller)
 {
     EXPECT_EQ(said(run("local r = o.getMAC({})")), "error: test.lua(1): Caller is not valid object in hostprobe_plugin.getMAC");
 }
 
-TEST_F(LuaDispatcher, method_on_an_object_table_holding_null_fails_with_the_null_text)
+TEST_F(LuaDispatcher, MethodOnAnObjectTableHoldingNullFailsWithTheNullText)
 {
     EXPECT_EQ(said(run("local r = o.testfunction(null_object, 1)")),
               "error: test.lua(1): Null interface object in hostprobe_plugin.testfunction");
@@ -176,19 +176,19 @@ TEST_F(LuaDispatcher, method_on_an_object_table_holding_null_fails_with_the_null
               "error: test.lua(1): Null interface object in hostprobe_plugin.getMAC");
 }
 
-TEST_F(LuaDispatcher, method_on_another_interfaces_object_is_no_valid_caller)
+TEST_F(LuaDispatcher, MethodOnAnotherInterfacesObjectIsNoValidCaller)
 {
     EXPECT_EQ(said(run("local r = o.testfunction(host, 1)")),
               "error: test.lua(1): Caller is not valid object in hostprobe_plugin.testfunction");
 }
 
-TEST_F(LuaDispatcher, failed_methods_error_starts_with_the_calling_scripts_file_and_line)
+TEST_F(LuaDispatcher, FailedMethodsErrorStartsWithTheCallingScriptsFileAndLine)
 {
     EXPECT_EQ(said(run("local a = 1\n\nlocal b = o.testfunction()\nreturn b", "probe.lua")),
               "error: probe.lua(3): Wrong number of arguments in hostprobe_plugin.testfunction");
 }
 
-TEST_F(LuaDispatcher, failed_method_in_a_function_names_the_functions_line)
+TEST_F(LuaDispatcher, FailedMethodInAFunctionNamesTheFunctionsLine)
 {
     EXPECT_EQ(said(run("local function f()\n  local r = o.testfunction()\nend\nf()", "@probe.lua")),
               "error: probe.lua(2): Wrong number of arguments in hostprobe_plugin.testfunction");
@@ -196,7 +196,7 @@ TEST_F(LuaDispatcher, failed_method_in_a_function_names_the_functions_line)
 
 // -- No native exception crosses a Lua frame ------------------------------------------
 
-TEST_F(LuaDispatcher, failing_method_inside_pcall_gives_false_and_the_text)
+TEST_F(LuaDispatcher, FailingMethodInsidePcallGivesFalseAndTheText)
 {
     EXPECT_EQ(said(run("local ok, e = pcall(o.testfunction)\nreturn tostring(ok) .. ' ' .. e")),
               "false Unknown file(unknow line): Wrong number of arguments in hostprobe_plugin.testfunction");
@@ -204,7 +204,7 @@ TEST_F(LuaDispatcher, failing_method_inside_pcall_gives_false_and_the_text)
               "test.lua(1): Wrong number of arguments in hostprobe_plugin.testfunction");
 }
 
-TEST_F(LuaDispatcher, failing_method_inside_a_coroutine_ends_the_coroutine_with_the_text)
+TEST_F(LuaDispatcher, FailingMethodInsideACoroutineEndsTheCoroutineWithTheText)
 {
     EXPECT_EQ(said(run("local co = coroutine.create(function() coroutine.yield(1)\n local r = o.getMAC() end)\n"
                        "coroutine.resume(co)\n"
@@ -213,12 +213,12 @@ TEST_F(LuaDispatcher, failing_method_inside_a_coroutine_ends_the_coroutine_with_
               "false test.lua(2): Wrong number of arguments in hostprobe_plugin.getMAC dead");
 }
 
-TEST_F(LuaDispatcher, method_called_inside_a_coroutine_works)
+TEST_F(LuaDispatcher, MethodCalledInsideACoroutineWorks)
 {
     EXPECT_EQ(said(run("local co = coroutine.wrap(function() return o:testfunction(8) end)\nreturn co()")), "16");
 }
 
-TEST_F(LuaDispatcher, failing_method_at_the_top_of_a_script_fails_the_protected_call_and_the_state_lives)
+TEST_F(LuaDispatcher, FailingMethodAtTheTopOfAScriptFailsTheProtectedCallAndTheStateLives)
 {
     EXPECT_EQ(said(run("o.testfunction()")),
               "error: test.lua(1): Wrong number of arguments in hostprobe_plugin.testfunction");
@@ -227,7 +227,7 @@ TEST_F(LuaDispatcher, failing_method_at_the_top_of_a_script_fails_the_protected_
 
 // -- Object log ----------------------------------------------------------------------
 
-TEST_F(LuaDispatcher, object_log_logs_at_the_level_of_the_texts_word)
+TEST_F(LuaDispatcher, ObjectLogLogsAtTheLevelOfTheTextsWord)
 {
     ASSERT_TRUE(run("o:log('warning:   disk almost full')").ok);
     auto& log = lua_environment::log();
@@ -236,7 +236,7 @@ TEST_F(LuaDispatcher, object_log_logs_at_the_level_of_the_texts_word)
     EXPECT_EQ(log[0].text, "disk almost full");
 }
 
-TEST_F(LuaDispatcher, object_log_source_is_the_interface_name_with_its_fixed_hash)
+TEST_F(LuaDispatcher, ObjectLogSourceIsTheInterfaceNameWithItsFixedHash)
 {
     ASSERT_TRUE(run("o:log('hello')").ok);
     auto& log = lua_environment::log();
@@ -245,7 +245,7 @@ TEST_F(LuaDispatcher, object_log_source_is_the_interface_name_with_its_fixed_has
     EXPECT_EQ(log[0].source_hash, 0x74BDD968u);
 }
 
-TEST_F(LuaDispatcher, object_log_without_a_word_is_level_4_and_names_the_object)
+TEST_F(LuaDispatcher, ObjectLogWithoutAWordIsLevel4AndNamesTheObject)
 {
     ASSERT_TRUE(run("o:log('hello')").ok);
     auto& log = lua_environment::log();
@@ -255,7 +255,7 @@ TEST_F(LuaDispatcher, object_log_without_a_word_is_level_4_and_names_the_object)
     EXPECT_EQ(log[0].context, static_cast<const void*>(static_cast<velk::stubsmith_interface*>(probe.get())));
 }
 
-TEST_F(LuaDispatcher, object_log_reads_each_word_of_the_logger)
+TEST_F(LuaDispatcher, ObjectLogReadsEachWordOfTheLogger)
 {
     ASSERT_TRUE(run("o:log('ERROR: a'); o:log('msg: b'); o:log('dbg: c'); o:log('perf: d')").ok);
     auto& log = lua_environment::log();
@@ -266,13 +266,13 @@ TEST_F(LuaDispatcher, object_log_reads_each_word_of_the_logger)
     EXPECT_EQ(log[3].type, 6);
 }
 
-TEST_F(LuaDispatcher, object_log_without_arguments_does_nothing)
+TEST_F(LuaDispatcher, ObjectLogWithoutArgumentsDoesNothing)
 {
     EXPECT_EQ(said(run("return select('#', o.log())")), "0");
     EXPECT_TRUE(lua_environment::log().empty());
 }
 
-TEST_F(LuaDispatcher, object_log_called_with_a_dot_logs_without_an_object)
+TEST_F(LuaDispatcher, ObjectLogCalledWithADotLogsWithoutAnObject)
 {
     ASSERT_TRUE(run("o.log('info: plain')").ok);
     auto& log = lua_environment::log();
@@ -283,7 +283,7 @@ TEST_F(LuaDispatcher, object_log_called_with_a_dot_logs_without_an_object)
 
 // The last argument goes to the bottom, and the message is read from the
 // top: with two texts that is the first one, and the object lies between.
-TEST_F(LuaDispatcher, object_log_with_two_texts_logs_the_first_without_the_object)
+TEST_F(LuaDispatcher, ObjectLogWithTwoTextsLogsTheFirstWithoutTheObject)
 {
     ASSERT_TRUE(run("o:log('first', 'second')").ok);
     auto& log = lua_environment::log();
@@ -292,50 +292,50 @@ TEST_F(LuaDispatcher, object_log_with_two_texts_logs_the_first_without_the_objec
     EXPECT_EQ(log[0].context, nullptr);
 }
 
-TEST_F(LuaDispatcher, object_log_on_an_object_table_holding_null_fails)
+TEST_F(LuaDispatcher, ObjectLogOnAnObjectTableHoldingNullFails)
 {
     EXPECT_EQ(said(run("o.log(null_object, 'x')")), "error: test.lua(1): Null interface object in log");
 }
 
 // -- Object query ------------------------------------------------------------------------
 
-TEST_F(LuaDispatcher, object_query_makes_an_object_in_the_callers_context)
+TEST_F(LuaDispatcher, ObjectQueryMakesAnObjectInTheCallersContext)
 {
     EXPECT_EQ(said(run("local p = o:query_interface('xt::lua::hostprobe_plugin.create', host)\n"
                        "return p:testfunction(4) .. ' ' .. tostring(rawget(p, '__index') == rawget(o, '__index'))")),
               "8 true");
 }
 
-TEST_F(LuaDispatcher, object_query_with_fewer_than_two_arguments_fails)
+TEST_F(LuaDispatcher, ObjectQueryWithFewerThanTwoArgumentsFails)
 {
     EXPECT_EQ(said(run("o:query_interface()")),
               "error: test.lua(1): Interface creator name or caller object is missing.");
 }
 
-TEST_F(LuaDispatcher, object_query_on_a_caller_that_is_no_object_returns_no_value)
+TEST_F(LuaDispatcher, ObjectQueryOnACallerThatIsNoObjectReturnsNoValue)
 {
     EXPECT_EQ(said(run("return select('#', o.query_interface('xt::lua::hostprobe_plugin.create', 'x'))")), "0");
     EXPECT_EQ(said(run("return select('#', o.query_interface({}, 'x'))")), "0");
 }
 
-TEST_F(LuaDispatcher, object_query_on_an_object_table_holding_null_fails)
+TEST_F(LuaDispatcher, ObjectQueryOnAnObjectTableHoldingNullFails)
 {
     EXPECT_EQ(said(run("o.query_interface(null_object, 'x')")),
               "error: test.lua(1): Null interface object in query_interface");
 }
 
-TEST_F(LuaDispatcher, object_query_with_a_name_that_is_no_string_fails)
+TEST_F(LuaDispatcher, ObjectQueryWithANameThatIsNoStringFails)
 {
     EXPECT_EQ(said(run("o:query_interface({}, host)")), "error: test.lua(1): Interface creator name missing.");
 }
 
-TEST_F(LuaDispatcher, object_query_with_an_unknown_name_fails)
+TEST_F(LuaDispatcher, ObjectQueryWithAnUnknownNameFails)
 {
     EXPECT_EQ(said(run("o:query_interface('no::such.create', host)")),
               "error: test.lua(1): interface creator no::such.create not found");
 }
 
-TEST_F(LuaDispatcher, object_query_whose_creator_gets_no_host_argument_fails_with_the_creators_count)
+TEST_F(LuaDispatcher, ObjectQueryWhoseCreatorGetsNoHostArgumentFailsWithTheCreatorsCount)
 {
     EXPECT_EQ(said(run("o:query_interface('xt::lua::hostprobe_plugin.create')")),
               "error: test.lua(1): Wrong number of arguments in hostprobe_plugin.create");
@@ -343,33 +343,33 @@ TEST_F(LuaDispatcher, object_query_whose_creator_gets_no_host_argument_fails_wit
 
 // -- Script-side create --------------------------------------------------------------------
 
-TEST_F(LuaDispatcher, script_side_create_through_the_context_gives_a_working_object)
+TEST_F(LuaDispatcher, ScriptSideCreateThroughTheContextGivesAWorkingObject)
 {
     EXPECT_EQ(said(run("local p = query_interface('xt::lua::hostprobe_plugin.create', host)\n"
                        "return p:testfunction(3)")),
               "6");
 }
 
-TEST_F(LuaDispatcher, script_side_create_lives_in_the_calling_functions_environment)
+TEST_F(LuaDispatcher, ScriptSideCreateLivesInTheCallingFunctionsEnvironment)
 {
     EXPECT_EQ(said(run("local p = query_interface('xt::lua::hostprobe_plugin.create', host)\n"
                        "return rawget(p, '__index') == xt_hostprobe_plugin")),
               "true");
 }
 
-TEST_F(LuaDispatcher, script_side_create_with_a_value_that_is_no_host_object_gives_nil)
+TEST_F(LuaDispatcher, ScriptSideCreateWithAValueThatIsNoHostObjectGivesNil)
 {
     EXPECT_EQ(said(run("return query_interface('xt::lua::hostprobe_plugin.create', {})")), "nil");
     EXPECT_EQ(said(run("return query_interface('xt::lua::hostprobe_plugin.create', o)")), "nil");
 }
 
-TEST_F(LuaDispatcher, script_side_create_with_another_count_fails)
+TEST_F(LuaDispatcher, ScriptSideCreateWithAnotherCountFails)
 {
     EXPECT_EQ(said(run("query_interface('xt::lua::hostprobe_plugin.create', host, 1)")),
               "error: test.lua(1): Wrong number of arguments in hostprobe_plugin.create");
 }
 
-TEST_F(LuaDispatcher, script_side_create_makes_a_weak_object_that_holds_one_reference)
+TEST_F(LuaDispatcher, ScriptSideCreateMakesAWeakObjectThatHoldsOneReference)
 {
     int64_t live = live_dispatchers();
     ASSERT_TRUE(run("kept = query_interface('xt::lua::hostprobe_plugin.create', host)").ok);
@@ -386,7 +386,7 @@ TEST_F(LuaDispatcher, script_side_create_makes_a_weak_object_that_holds_one_refe
 
 // -- Wrapper creator -------------------------------------------------------------------------
 
-TEST_F(LuaDispatcher, wrapping_an_object_that_holds_its_table_gives_back_the_same_handle)
+TEST_F(LuaDispatcher, WrappingAnObjectThatHoldsItsTableGivesBackTheSameHandle)
 {
     auto wrap = reinterpret_cast<xt::lua::wrapper_lua_fn>(velk::testing::creator("xt::hostprobe_plugin@wrapper.lua"));
     ASSERT_NE(wrap, nullptr);
@@ -396,7 +396,7 @@ TEST_F(LuaDispatcher, wrapping_an_object_that_holds_its_table_gives_back_the_sam
     EXPECT_EQ(out.get(), d->object.get());
 }
 
-TEST_F(LuaDispatcher, wrapping_a_null_interface_gives_null)
+TEST_F(LuaDispatcher, WrappingANullInterfaceGivesNull)
 {
     auto wrap = reinterpret_cast<xt::lua::wrapper_lua_fn>(velk::testing::creator("xt::hostprobe_plugin@wrapper.lua"));
     iref<velk::lua::registry_handle> ctx(context.get());
@@ -405,7 +405,7 @@ TEST_F(LuaDispatcher, wrapping_a_null_interface_gives_null)
     EXPECT_FALSE(out);
 }
 
-TEST_F(LuaDispatcher, wrapping_a_native_interface_gives_a_table_whose_calls_reach_it)
+TEST_F(LuaDispatcher, WrappingANativeInterfaceGivesATableWhoseCallsReachIt)
 {
     auto native = reinterpret_cast<xt::native_creator_fn>(velk::testing::creator(xt::hostprobe_plugin::native_creator_key));
     iref<xt::hostprobe_plugin> plain;
@@ -423,7 +423,7 @@ TEST_F(LuaDispatcher, wrapping_a_native_interface_gives_a_table_whose_calls_reac
               "100 true");
 }
 
-TEST_F(LuaDispatcher, wrapper_of_a_native_interface_answers_with_it_as_its_real_interface)
+TEST_F(LuaDispatcher, WrapperOfANativeInterfaceAnswersWithItAsItsRealInterface)
 {
     auto native = reinterpret_cast<xt::native_creator_fn>(velk::testing::creator(xt::hostprobe_plugin::native_creator_key));
     iref<xt::hostprobe_plugin> plain;
@@ -439,14 +439,14 @@ TEST_F(LuaDispatcher, wrapper_of_a_native_interface_answers_with_it_as_its_real_
     EXPECT_EQ(d->real_interface(), plain.get());
 }
 
-TEST_F(LuaDispatcher, plugin_finds_the_lua_wrapper_creator_through_its_backend)
+TEST_F(LuaDispatcher, PluginFindsTheLuaWrapperCreatorThroughItsBackend)
 {
     EXPECT_EQ(probe->wrapper_creator(velk::backend_lua), velk::testing::creator("xt::hostprobe_plugin@wrapper.lua"));
 }
 
 // -- Class registration -------------------------------------------------------------------------
 
-TEST_F(LuaDispatcher, class_registration_leaves_the_context_table_on_top)
+TEST_F(LuaDispatcher, ClassRegistrationLeavesTheContextTableOnTop)
 {
     auto reg = reinterpret_cast<xt::lua::register_class_fn>(
         velk::testing::creator("lua::register_class.xt_hostprobe_plugin"));
@@ -459,7 +459,7 @@ TEST_F(LuaDispatcher, class_registration_leaves_the_context_table_on_top)
     lua_settop(L, 0);
 }
 
-TEST_F(LuaDispatcher, failing_method_in_a_tail_call_has_no_calling_line_to_name)
+TEST_F(LuaDispatcher, FailingMethodInATailCallHasNoCallingLineToName)
 {
     // A tail call leaves no frame of the caller: Lua keeps none to point at.
     EXPECT_EQ(said(run("return o.testfunction()")),

@@ -29,7 +29,7 @@ private:
     uint32_t _hash;
 };
 
-class lua_interface : public ::testing::Test
+class LuaInterface : public ::testing::Test
 {
 protected:
     void SetUp() override
@@ -63,7 +63,7 @@ protected:
     velk::iref<velk::stubsmith_interface> host{new fake_host};
 };
 
-TEST_F(lua_interface, finds_the_host_object_behind_an_object_table)
+TEST_F(LuaInterface, FindsTheHostObjectBehindAnObjectTable)
 {
     push_object(host.get(), 0x38934D07u);
     uint32_t before = host->refcount();
@@ -73,21 +73,21 @@ TEST_F(lua_interface, finds_the_host_object_behind_an_object_table)
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_interface, gives_null_for_a_value_that_is_no_table)
+TEST_F(LuaInterface, GivesNullForAValueThatIsNoTable)
 {
     push_value("'text'");
     EXPECT_FALSE(interface_from_lua(L));
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_interface, gives_null_for_a_table_without_cthis)
+TEST_F(LuaInterface, GivesNullForATableWithoutCthis)
 {
     push_value("{__class_hash = 0x38934D07}");
     EXPECT_FALSE(interface_from_lua(L));
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_interface, gives_null_for_a_table_without_class_hash)
+TEST_F(LuaInterface, GivesNullForATableWithoutClassHash)
 {
     push_object(host.get(), 0x38934D07u);
     lua_pushnil(L);
@@ -96,27 +96,27 @@ TEST_F(lua_interface, gives_null_for_a_table_without_class_hash)
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_interface, gives_null_when_the_class_hash_is_not_the_objects)
+TEST_F(LuaInterface, GivesNullWhenTheClassHashIsNotTheObjects)
 {
     push_object(host.get(), 0xCD59A835u);
     EXPECT_FALSE(interface_from_lua(L));
 }
 
-TEST_F(lua_interface, gives_null_for_an_object_of_another_interface)
+TEST_F(LuaInterface, GivesNullForAnObjectOfAnotherInterface)
 {
     velk::iref<velk::stubsmith_interface> other(new fake_host(0xCD59A835u));
     push_object(other.get(), 0xCD59A835u);
     EXPECT_FALSE(interface_from_lua(L));
 }
 
-TEST_F(lua_interface, gives_null_for_a_userdata_that_holds_null)
+TEST_F(LuaInterface, GivesNullForAUserdataThatHoldsNull)
 {
     push_object(nullptr, 0x38934D07u);
     EXPECT_FALSE(interface_from_lua(L));
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_interface, gives_null_for_a_userdata_of_another_size)
+TEST_F(LuaInterface, GivesNullForAUserdataOfAnotherSize)
 {
     push_object(host.get(), 0x38934D07u);
     lua_newuserdata(L, 1);
@@ -125,14 +125,14 @@ TEST_F(lua_interface, gives_null_for_a_userdata_of_another_size)
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_interface, does_not_run_a_metamethod_of_the_table)
+TEST_F(LuaInterface, DoesNotRunAMetamethodOfTheTable)
 {
     push_value("setmetatable({}, {__index = function() error('no metamethods here') end})");
     EXPECT_FALSE(interface_from_lua(L));
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_interface, gives_null_when_cthis_is_no_userdata)
+TEST_F(LuaInterface, GivesNullWhenCthisIsNoUserdata)
 {
     push_value("{__cthis = 5, __class_hash = 0x38934D07}");
     EXPECT_FALSE(interface_from_lua(L));

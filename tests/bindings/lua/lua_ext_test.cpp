@@ -44,7 +44,7 @@ int located(lua_State* L)
 
 } // namespace
 
-TEST(lua_names, fixed_names_are_the_binding_texts)
+TEST(LuaNames, FixedNamesAreTheBindingTexts)
 {
     using namespace velk::lua::names;
     EXPECT_TRUE(cthis == velk::token("__cthis"));
@@ -55,21 +55,21 @@ TEST(lua_names, fixed_names_are_the_binding_texts)
     EXPECT_EQ(cthis.lens(), 7u);
 }
 
-TEST_F(LuaExt, pushtoken_pushes_the_bytes_including_zeros)
+TEST_F(LuaExt, PushtokenPushesTheBytesIncludingZeros)
 {
     const char text[] = {'a', 0, 'b'};
     lua_pushtoken(L, velk::token(text, 3));
     EXPECT_EQ(top_string(), std::string(text, 3));
 }
 
-TEST_F(LuaExt, pushtoken_of_a_null_token_pushes_an_empty_string)
+TEST_F(LuaExt, PushtokenOfANullTokenPushesAnEmptyString)
 {
     lua_pushtoken(L, velk::token());
     EXPECT_TRUE(lua_isstring(L, -1));
     EXPECT_EQ(top_string(), "");
 }
 
-TEST_F(LuaExt, toltoken_views_a_string_and_gives_its_length)
+TEST_F(LuaExt, ToltokenViewsAStringAndGivesItsLength)
 {
     lua_pushliteral(L, "hello");
     size_t n = 0;
@@ -78,13 +78,13 @@ TEST_F(LuaExt, toltoken_views_a_string_and_gives_its_length)
     EXPECT_TRUE(t == velk::token("hello"));
 }
 
-TEST_F(LuaExt, toltoken_converts_a_number_as_tolstring_does)
+TEST_F(LuaExt, ToltokenConvertsANumberAsTolstringDoes)
 {
     lua_pushinteger(L, 42);
     EXPECT_TRUE(lua_toltoken(L, -1) == velk::token("42"));
 }
 
-TEST_F(LuaExt, toltoken_of_a_table_is_null_with_length_0)
+TEST_F(LuaExt, ToltokenOfATableIsNullWithLength0)
 {
     lua_newtable(L);
     size_t n = 99;
@@ -92,7 +92,7 @@ TEST_F(LuaExt, toltoken_of_a_table_is_null_with_length_0)
     EXPECT_EQ(n, 0u);
 }
 
-TEST_F(LuaExt, token_getfield_and_setfield_use_the_whole_token_as_key)
+TEST_F(LuaExt, TokenGetfieldAndSetfieldUseTheWholeTokenAsKey)
 {
     lua_newtable(L);
     lua_pushinteger(L, 5);
@@ -105,14 +105,14 @@ TEST_F(LuaExt, token_getfield_and_setfield_use_the_whole_token_as_key)
     EXPECT_EQ(lua_tointeger(L, -1), 5);
 }
 
-TEST_F(LuaExt, token_getfield_runs_the_index_metamethod)
+TEST_F(LuaExt, TokenGetfieldRunsTheIndexMetamethod)
 {
     ASSERT_EQ(luaL_dostring(L, "return setmetatable({}, {__index = function(t, k) return k .. '!' end})"), 0);
     lua_getfield(L, -1, velk::lua::names::cthis);
     EXPECT_EQ(top_string(), "__cthis!");
 }
 
-TEST_F(LuaExt, hasfield_tells_a_present_key_and_leaves_the_stack)
+TEST_F(LuaExt, HasfieldTellsAPresentKeyAndLeavesTheStack)
 {
     ASSERT_EQ(luaL_dostring(L, "return {__cthis = 1}"), 0);
     int top = lua_gettop(L);
@@ -121,14 +121,14 @@ TEST_F(LuaExt, hasfield_tells_a_present_key_and_leaves_the_stack)
     EXPECT_EQ(lua_gettop(L), top);
 }
 
-TEST_F(LuaExt, hasfield_of_a_value_that_is_no_table_is_false)
+TEST_F(LuaExt, HasfieldOfAValueThatIsNoTableIsFalse)
 {
     lua_pushliteral(L, "text");
     EXPECT_FALSE(lua_hasfield(L, -1, velk::lua::names::cthis));
     EXPECT_EQ(lua_gettop(L), 1);
 }
 
-TEST_F(LuaExt, loadbuffer_names_the_chunk_by_the_token)
+TEST_F(LuaExt, LoadbufferNamesTheChunkByTheToken)
 {
     const char name[] = "probe.luaXXXX";
     ASSERT_EQ(luaL_loadbuffer(L, "error('x')", 10, velk::token(name, 9)), 0);
@@ -136,18 +136,18 @@ TEST_F(LuaExt, loadbuffer_names_the_chunk_by_the_token)
     EXPECT_EQ(top_string(), "[string \"probe.lua\"]:1: x");
 }
 
-TEST_F(LuaExt, loadbuffer_takes_a_chunk_name_longer_than_its_stack_buffer)
+TEST_F(LuaExt, LoadbufferTakesAChunkNameLongerThanItsStackBuffer)
 {
     std::string name = "@" + std::string(400, 'n');
     EXPECT_EQ(luaL_loadbuffer(L, "return 1", 8, velk::token(name.data(), name.size())), 0);
 }
 
-TEST_F(LuaExt, loadbuffer_reports_a_syntax_error)
+TEST_F(LuaExt, LoadbufferReportsASyntaxError)
 {
     EXPECT_EQ(luaL_loadbuffer(L, "return +", 8, velk::token("bad.lua")), LUA_ERRSYNTAX);
 }
 
-TEST_F(LuaExt, where_ext_gives_the_chunk_and_line_of_the_calling_function)
+TEST_F(LuaExt, WhereExtGivesTheChunkAndLineOfTheCallingFunction)
 {
     lua_register(L, "where", &where_of_caller);
     const char code[] = "\n\nreturn (where())";
@@ -156,7 +156,7 @@ TEST_F(LuaExt, where_ext_gives_the_chunk_and_line_of_the_calling_function)
     EXPECT_EQ(top_string(), "probe.lua|3");
 }
 
-TEST_F(LuaExt, where_ext_without_a_function_at_the_level_pushes_nil_alone)
+TEST_F(LuaExt, WhereExtWithoutAFunctionAtTheLevelPushesNilAlone)
 {
     int top = lua_gettop(L);
     luaL_where_ext(L, 1);
@@ -164,7 +164,7 @@ TEST_F(LuaExt, where_ext_without_a_function_at_the_level_pushes_nil_alone)
     EXPECT_TRUE(lua_isnil(L, -1));
 }
 
-TEST_F(LuaExt, add_location_puts_file_and_line_before_the_message)
+TEST_F(LuaExt, AddLocationPutsFileAndLineBeforeTheMessage)
 {
     lua_register(L, "located", &located);
     const char code[] = "\nreturn (located())";
@@ -173,7 +173,7 @@ TEST_F(LuaExt, add_location_puts_file_and_line_before_the_message)
     EXPECT_EQ(top_string(), "probe.lua(2): broken");
 }
 
-TEST_F(LuaExt, add_location_without_a_lua_function_at_level_1_says_unknown)
+TEST_F(LuaExt, AddLocationWithoutALuaFunctionAtLevel1SaysUnknown)
 {
     lua_pushliteral(L, "broken");
     EXPECT_EQ(velk::lua::lua_add_location(L), 1);
@@ -181,7 +181,7 @@ TEST_F(LuaExt, add_location_without_a_lua_function_at_level_1_says_unknown)
     EXPECT_EQ(lua_gettop(L), 1);
 }
 
-TEST_F(LuaExt, throw_error_raises_the_message_with_its_source_and_pops_it)
+TEST_F(LuaExt, ThrowErrorRaisesTheMessageWithItsSourceAndPopsIt)
 {
     lua_pushliteral(L, "bad thing");
     try {
@@ -193,7 +193,7 @@ TEST_F(LuaExt, throw_error_raises_the_message_with_its_source_and_pops_it)
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(LuaExt, throw_error_with_an_empty_source_gives_the_message_alone)
+TEST_F(LuaExt, ThrowErrorWithAnEmptySourceGivesTheMessageAlone)
 {
     lua_pushliteral(L, "bad thing");
     try {

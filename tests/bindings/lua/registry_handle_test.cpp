@@ -46,7 +46,7 @@ protected:
 
 // -- The state's set-up ------------------------------------------------------------
 
-TEST_F(RegistryHandle, setup_puts_a_table_with_weak_values_at_slot_1)
+TEST_F(RegistryHandle, SetupPutsATableWithWeakValuesAtSlot1)
 {
     lua_rawgeti(L, LUA_REGISTRYINDEX, 1);
     ASSERT_TRUE(lua_istable(L, -1));
@@ -55,7 +55,7 @@ TEST_F(RegistryHandle, setup_puts_a_table_with_weak_values_at_slot_1)
     EXPECT_STREQ(lua_tostring(L, -1), "v");
 }
 
-TEST_F(RegistryHandle, setup_puts_a_metatable_with_gc_at_slot_2)
+TEST_F(RegistryHandle, SetupPutsAMetatableWithGcAtSlot2)
 {
     lua_rawgeti(L, LUA_REGISTRYINDEX, 2);
     ASSERT_TRUE(lua_istable(L, -1));
@@ -63,7 +63,7 @@ TEST_F(RegistryHandle, setup_puts_a_metatable_with_gc_at_slot_2)
     EXPECT_TRUE(lua_iscfunction(L, -1));
 }
 
-TEST_F(RegistryHandle, gc_metatable_drops_one_reference_when_the_userdata_is_collected)
+TEST_F(RegistryHandle, GcMetatableDropsOneReferenceWhenTheUserdataIsCollected)
 {
     struct counted : velk::counted_base
     {
@@ -80,7 +80,7 @@ TEST_F(RegistryHandle, gc_metatable_drops_one_reference_when_the_userdata_is_col
     EXPECT_EQ(object->refcount(), 1u);
 }
 
-TEST_F(RegistryHandle, main_thread_of_a_coroutine_is_the_states_main_thread)
+TEST_F(RegistryHandle, MainThreadOfACoroutineIsTheStatesMainThread)
 {
     lua_State* co = lua_newthread(L);
     EXPECT_EQ(velk::lua::main_thread(co), L);
@@ -88,14 +88,14 @@ TEST_F(RegistryHandle, main_thread_of_a_coroutine_is_the_states_main_thread)
 
 // -- Strong handles ---------------------------------------------------------------
 
-TEST_F(RegistryHandle, new_handle_is_empty)
+TEST_F(RegistryHandle, NewHandleIsEmpty)
 {
     iref<registry_handle> h(new registry_handle(L));
     EXPECT_EQ(h->ref(), 0);
     EXPECT_FALSE(h->is_set());
 }
 
-TEST_F(RegistryHandle, set_takes_the_top_value_off_the_stack)
+TEST_F(RegistryHandle, SetTakesTheTopValueOffTheStack)
 {
     iref<registry_handle> h(new registry_handle(L));
     int top = lua_gettop(L);
@@ -105,7 +105,7 @@ TEST_F(RegistryHandle, set_takes_the_top_value_off_the_stack)
     EXPECT_NE(h->ref(), 0);
 }
 
-TEST_F(RegistryHandle, push_gives_back_the_value_that_was_set)
+TEST_F(RegistryHandle, PushGivesBackTheValueThatWasSet)
 {
     iref<registry_handle> h(new registry_handle(L));
     push_marked(7);
@@ -114,7 +114,7 @@ TEST_F(RegistryHandle, push_gives_back_the_value_that_was_set)
     EXPECT_EQ(pop_mark(), 7);
 }
 
-TEST_F(RegistryHandle, strong_handle_keeps_its_value_through_collections)
+TEST_F(RegistryHandle, StrongHandleKeepsItsValueThroughCollections)
 {
     iref<registry_handle> h(new registry_handle(L));
     push_marked(7);
@@ -124,7 +124,7 @@ TEST_F(RegistryHandle, strong_handle_keeps_its_value_through_collections)
     EXPECT_EQ(pop_mark(), 7);
 }
 
-TEST_F(RegistryHandle, set_on_a_full_handle_releases_the_old_reference)
+TEST_F(RegistryHandle, SetOnAFullHandleReleasesTheOldReference)
 {
     iref<registry_handle> h(new registry_handle(L));
     push_marked(1);
@@ -139,7 +139,7 @@ TEST_F(RegistryHandle, set_on_a_full_handle_releases_the_old_reference)
     EXPECT_EQ(pop_mark(), 2);
 }
 
-TEST_F(RegistryHandle, push_on_an_empty_handle_leaves_the_stack_unchanged)
+TEST_F(RegistryHandle, PushOnAnEmptyHandleLeavesTheStackUnchanged)
 {
     iref<registry_handle> h(new registry_handle(L));
     int top = lua_gettop(L);
@@ -147,7 +147,7 @@ TEST_F(RegistryHandle, push_on_an_empty_handle_leaves_the_stack_unchanged)
     EXPECT_EQ(lua_gettop(L), top);
 }
 
-TEST_F(RegistryHandle, reset_empties_the_handle_and_a_second_reset_does_nothing)
+TEST_F(RegistryHandle, ResetEmptiesTheHandleAndASecondResetDoesNothing)
 {
     iref<registry_handle> h(new registry_handle(L));
     push_marked(1);
@@ -165,7 +165,7 @@ TEST_F(RegistryHandle, reset_empties_the_handle_and_a_second_reset_does_nothing)
     EXPECT_NE(b, old);
 }
 
-TEST_F(RegistryHandle, destroying_a_handle_frees_its_registry_slot_for_reuse)
+TEST_F(RegistryHandle, DestroyingAHandleFreesItsRegistrySlotForReuse)
 {
     int old = 0;
     {
@@ -180,7 +180,7 @@ TEST_F(RegistryHandle, destroying_a_handle_frees_its_registry_slot_for_reuse)
 
 // -- Weak handles -----------------------------------------------------------------
 
-TEST_F(RegistryHandle, weak_handle_pushes_its_value_while_it_lives)
+TEST_F(RegistryHandle, WeakHandlePushesItsValueWhileItLives)
 {
     iref<registry_handle> h(new weak_registry_handle(L));
     push_marked(3);
@@ -192,7 +192,7 @@ TEST_F(RegistryHandle, weak_handle_pushes_its_value_while_it_lives)
     lua_pop(L, 1);
 }
 
-TEST_F(RegistryHandle, weak_handle_push_after_collection_pushes_nil)
+TEST_F(RegistryHandle, WeakHandlePushAfterCollectionPushesNil)
 {
     iref<registry_handle> h(new weak_registry_handle(L));
     push_marked(3);
@@ -205,7 +205,7 @@ TEST_F(RegistryHandle, weak_handle_push_after_collection_pushes_nil)
     lua_pop(L, 1);
 }
 
-TEST_F(RegistryHandle, weak_handle_keeps_its_reference_out_of_the_registry)
+TEST_F(RegistryHandle, WeakHandleKeepsItsReferenceOutOfTheRegistry)
 {
     iref<registry_handle> h(new weak_registry_handle(L));
     push_marked(3);
@@ -217,7 +217,7 @@ TEST_F(RegistryHandle, weak_handle_keeps_its_reference_out_of_the_registry)
     lua_pop(L, 3);
 }
 
-TEST_F(RegistryHandle, weak_set_on_a_full_handle_releases_the_old_reference)
+TEST_F(RegistryHandle, WeakSetOnAFullHandleReleasesTheOldReference)
 {
     iref<registry_handle> h(new weak_registry_handle(L));
     push_marked(1);
@@ -229,7 +229,7 @@ TEST_F(RegistryHandle, weak_set_on_a_full_handle_releases_the_old_reference)
     EXPECT_EQ(h->ref(), old);
 }
 
-TEST_F(RegistryHandle, weak_reset_empties_the_handle_and_a_second_reset_does_nothing)
+TEST_F(RegistryHandle, WeakResetEmptiesTheHandleAndASecondResetDoesNothing)
 {
     iref<registry_handle> h(new weak_registry_handle(L));
     push_marked(1);
@@ -248,7 +248,7 @@ TEST_F(RegistryHandle, weak_reset_empties_the_handle_and_a_second_reset_does_not
     EXPECT_NE(b, old);
 }
 
-TEST_F(RegistryHandle, weak_push_on_an_empty_handle_leaves_the_stack_unchanged)
+TEST_F(RegistryHandle, WeakPushOnAnEmptyHandleLeavesTheStackUnchanged)
 {
     iref<registry_handle> h(new weak_registry_handle(L));
     int top = lua_gettop(L);

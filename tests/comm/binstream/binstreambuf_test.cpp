@@ -53,7 +53,7 @@ std::string take(binstreambuf& b, uint64_t n, opcd* result = nullptr)
 
 // -- Appending and reading -------------------------------------------------------------
 
-TEST(binstreambuf, constructed_buffer_is_empty_and_open)
+TEST(Binstreambuf, ConstructedBufferIsEmptyAndOpen)
 {
     binstreambuf b;
     EXPECT_TRUE(b.is_open());
@@ -62,14 +62,14 @@ TEST(binstreambuf, constructed_buffer_is_empty_and_open)
     EXPECT_EQ(b.peek_read(0), ers::no_more);
 }
 
-TEST(binstreambuf, attributes_are_48)
+TEST(Binstreambuf, AttributesAre48)
 {
     binstreambuf b;
     EXPECT_EQ(b.binstream_attributes(false), 48u);
     EXPECT_EQ(b.binstream_attributes(true), 48u);
 }
 
-TEST(binstreambuf, write_raw_appends_and_zeroes_len)
+TEST(Binstreambuf, WriteRawAppendsAndZeroesLen)
 {
     binstreambuf b;
     put(b, "abc");
@@ -78,7 +78,7 @@ TEST(binstreambuf, write_raw_appends_and_zeroes_len)
     EXPECT_EQ(b.get_write_pos(), 5u);
 }
 
-TEST(binstreambuf, read_raw_takes_from_the_read_position)
+TEST(Binstreambuf, ReadRawTakesFromTheReadPosition)
 {
     binstreambuf b;
     put(b, "abcdef");
@@ -87,7 +87,7 @@ TEST(binstreambuf, read_raw_takes_from_the_read_position)
     EXPECT_EQ(b.get_read_pos(), 5u);
 }
 
-TEST(binstreambuf, read_of_exactly_the_rest_succeeds_and_keeps_the_data)
+TEST(Binstreambuf, ReadOfExactlyTheRestSucceedsAndKeepsTheData)
 {
     binstreambuf b;
     put(b, "abc");
@@ -97,7 +97,7 @@ TEST(binstreambuf, read_of_exactly_the_rest_succeeds_and_keeps_the_data)
     EXPECT_EQ(contents(b), "abc");
 }
 
-TEST(binstreambuf, read_past_end_gives_nmore_empties_the_buffer_and_delivers_the_rest)
+TEST(Binstreambuf, ReadPastEndGivesNmoreEmptiesTheBufferAndDeliversTheRest)
 {
     binstreambuf b;
     put(b, "abcd");
@@ -111,7 +111,7 @@ TEST(binstreambuf, read_past_end_gives_nmore_empties_the_buffer_and_delivers_the
     EXPECT_EQ(b.get_read_pos(), 0u);
 }
 
-TEST(binstreambuf, read_of_a_size_zero_kind_succeeds_and_touches_nothing)
+TEST(Binstreambuf, ReadOfASizeZeroKindSucceedsAndTouchesNothing)
 {
     binstreambuf b;
     put(b, "abcd");
@@ -122,21 +122,21 @@ TEST(binstreambuf, read_of_a_size_zero_kind_succeeds_and_touches_nothing)
     EXPECT_EQ(b.get_write_pos(), 4u);
 }
 
-TEST(binstreambuf, write_of_a_size_zero_kind_writes_nothing)
+TEST(Binstreambuf, WriteOfASizeZeroKindWritesNothing)
 {
     binstreambuf b;
     EXPECT_EQ(b.write(nullptr, bstype::kind(bstype::kind::separator_word)), opcd());
     EXPECT_EQ(b.get_write_pos(), 0u);
 }
 
-TEST(binstreambuf, peek_read_with_a_timeout_is_invalid)
+TEST(Binstreambuf, PeekReadWithATimeoutIsInvalid)
 {
     binstreambuf b;
     put(b, "a");
     EXPECT_EQ(b.peek_read(1), ers::invalid_params);
 }
 
-TEST(binstreambuf, peek_read_succeeds_while_unread_bytes_remain)
+TEST(Binstreambuf, PeekReadSucceedsWhileUnreadBytesRemain)
 {
     binstreambuf b;
     put(b, "ab");
@@ -145,13 +145,13 @@ TEST(binstreambuf, peek_read_succeeds_while_unread_bytes_remain)
     EXPECT_EQ(b.peek_read(0), ers::no_more);
 }
 
-TEST(binstreambuf, peek_write_succeeds)
+TEST(Binstreambuf, PeekWriteSucceeds)
 {
     binstreambuf b;
     EXPECT_EQ(b.peek_write(0), opcd());
 }
 
-TEST(binstreambuf, open_close_and_bind_are_not_implemented)
+TEST(Binstreambuf, OpenCloseAndBindAreNotImplemented)
 {
     binstreambuf b, c;
     EXPECT_EQ(b.open(zstring("x"), "r"), ers::not_implemented);
@@ -162,7 +162,7 @@ TEST(binstreambuf, open_close_and_bind_are_not_implemented)
 
 // -- Positions ---------------------------------------------------------------------
 
-TEST(binstreambuf, reset_read_rewinds_reading)
+TEST(Binstreambuf, ResetReadRewindsReading)
 {
     binstreambuf b;
     put(b, "abc");
@@ -171,7 +171,7 @@ TEST(binstreambuf, reset_read_rewinds_reading)
     EXPECT_EQ(take(b, 3), "abc");
 }
 
-TEST(binstreambuf, reset_write_empties_the_buffer)
+TEST(Binstreambuf, ResetWriteEmptiesTheBuffer)
 {
     binstreambuf b;
     put(b, "abc");
@@ -181,7 +181,7 @@ TEST(binstreambuf, reset_write_empties_the_buffer)
     EXPECT_EQ(b.get_read_pos(), 0u);
 }
 
-TEST(binstreambuf, reset_all_empties_the_buffer)
+TEST(Binstreambuf, ResetAllEmptiesTheBuffer)
 {
     binstreambuf b;
     put(b, "abc");
@@ -191,7 +191,7 @@ TEST(binstreambuf, reset_all_empties_the_buffer)
     EXPECT_EQ(b.get_read_pos(), 0u);
 }
 
-TEST(binstreambuf, set_read_pos_within_the_count_is_taken)
+TEST(Binstreambuf, SetReadPosWithinTheCountIsTaken)
 {
     binstreambuf b;
     put(b, "abcdef");
@@ -199,7 +199,7 @@ TEST(binstreambuf, set_read_pos_within_the_count_is_taken)
     EXPECT_EQ(take(b, 2), "ef");
 }
 
-TEST(binstreambuf, set_read_pos_beyond_the_count_stops_at_the_count)
+TEST(Binstreambuf, SetReadPosBeyondTheCountStopsAtTheCount)
 {
     binstreambuf b;
     put(b, "abc");
@@ -207,7 +207,7 @@ TEST(binstreambuf, set_read_pos_beyond_the_count_stops_at_the_count)
     EXPECT_EQ(b.get_read_pos(), 3u);
 }
 
-TEST(binstreambuf, set_write_pos_cuts_the_data)
+TEST(Binstreambuf, SetWritePosCutsTheData)
 {
     binstreambuf b;
     put(b, "abcdef");
@@ -215,7 +215,7 @@ TEST(binstreambuf, set_write_pos_cuts_the_data)
     EXPECT_EQ(contents(b), "ab");
 }
 
-TEST(binstreambuf, set_write_pos_beyond_the_count_grows_with_zeros)
+TEST(Binstreambuf, SetWritePosBeyondTheCountGrowsWithZeros)
 {
     binstreambuf b;
     put(b, "ab");
@@ -223,7 +223,7 @@ TEST(binstreambuf, set_write_pos_beyond_the_count_grows_with_zeros)
     EXPECT_EQ(contents(b), std::string("ab\0\0", 4));
 }
 
-TEST(binstreambuf, read_after_the_data_was_cut_below_the_read_position_gives_nmore)
+TEST(Binstreambuf, ReadAfterTheDataWasCutBelowTheReadPositionGivesNmore)
 {
     binstreambuf b;
     put(b, "abcdef");
@@ -236,7 +236,7 @@ TEST(binstreambuf, read_after_the_data_was_cut_below_the_read_position_gives_nmo
 
 // -- acknowledge ---------------------------------------------------------------------
 
-TEST(binstreambuf, acknowledge_with_nothing_unread_returns)
+TEST(Binstreambuf, AcknowledgeWithNothingUnreadReturns)
 {
     binstreambuf b;
     put(b, "ab");
@@ -244,7 +244,7 @@ TEST(binstreambuf, acknowledge_with_nothing_unread_returns)
     EXPECT_NO_THROW(b.acknowledge(false));
 }
 
-TEST(binstreambuf, acknowledge_with_unread_data_throws_the_ioerr_record)
+TEST(Binstreambuf, AcknowledgeWithUnreadDataThrowsTheIoerrRecord)
 {
     binstreambuf b;
     put(b, "abc");
@@ -259,7 +259,7 @@ TEST(binstreambuf, acknowledge_with_unread_data_throws_the_ioerr_record)
     EXPECT_EQ(b.get_read_pos(), 1u);
 }
 
-TEST(binstreambuf, acknowledge_with_eat_throws_and_rewinds_the_read_position)
+TEST(Binstreambuf, AcknowledgeWithEatThrowsAndRewindsTheReadPosition)
 {
     binstreambuf b;
     put(b, "abc");
@@ -270,7 +270,7 @@ TEST(binstreambuf, acknowledge_with_eat_throws_and_rewinds_the_read_position)
 
 // -- read_until ----------------------------------------------------------------------
 
-TEST(binstreambuf, read_until_consumes_up_to_the_match_and_leaves_it)
+TEST(Binstreambuf, ReadUntilConsumesUpToTheMatchAndLeavesIt)
 {
     binstreambuf b, out;
     put(b, "key=value");
@@ -280,7 +280,7 @@ TEST(binstreambuf, read_until_consumes_up_to_the_match_and_leaves_it)
     EXPECT_EQ(take(b, 6), "=value");
 }
 
-TEST(binstreambuf, read_until_without_out_only_advances)
+TEST(Binstreambuf, ReadUntilWithoutOutOnlyAdvances)
 {
     binstreambuf b;
     put(b, "abc--def");
@@ -289,7 +289,7 @@ TEST(binstreambuf, read_until_without_out_only_advances)
     EXPECT_EQ(b.get_read_pos(), 3u);
 }
 
-TEST(binstreambuf, read_until_with_no_match_consumes_the_rest_and_gives_not_found)
+TEST(Binstreambuf, ReadUntilWithNoMatchConsumesTheRestAndGivesNotFound)
 {
     binstreambuf b, out;
     put(b, "xxabcdef");
@@ -300,7 +300,7 @@ TEST(binstreambuf, read_until_with_no_match_consumes_the_rest_and_gives_not_foun
     EXPECT_EQ(b.peek_read(0), ers::no_more);
 }
 
-TEST(binstreambuf, read_until_on_an_empty_buffer_gives_not_found)
+TEST(Binstreambuf, ReadUntilOnAnEmptyBufferGivesNotFound)
 {
     binstreambuf b;
     substring z("z", 1, false);
@@ -310,7 +310,7 @@ TEST(binstreambuf, read_until_on_an_empty_buffer_gives_not_found)
 
 // -- Block copies ----------------------------------------------------------------------
 
-TEST(binstreambuf, transfer_to_moves_the_unread_bytes)
+TEST(Binstreambuf, TransferToMovesTheUnreadBytes)
 {
     binstreambuf b, dst;
     put(b, "0123456789");
@@ -321,7 +321,7 @@ TEST(binstreambuf, transfer_to_moves_the_unread_bytes)
     EXPECT_EQ(contents(dst), "23456789");
 }
 
-TEST(binstreambuf, transfer_to_takes_datasize_as_an_offset_into_the_buffer)
+TEST(Binstreambuf, TransferToTakesDatasizeAsAnOffsetIntoTheBuffer)
 {
     binstreambuf b, dst;
     put(b, "0123456789");
@@ -332,7 +332,7 @@ TEST(binstreambuf, transfer_to_takes_datasize_as_an_offset_into_the_buffer)
     EXPECT_EQ(written, 3u);
 }
 
-TEST(binstreambuf, transfer_to_with_a_datasize_below_rpos_moves_nothing)
+TEST(Binstreambuf, TransferToWithADatasizeBelowRposMovesNothing)
 {
     binstreambuf b, dst;
     put(b, "0123456789");
@@ -344,7 +344,7 @@ TEST(binstreambuf, transfer_to_with_a_datasize_below_rpos_moves_nothing)
     EXPECT_EQ(b.get_read_pos(), 6u);
 }
 
-TEST(binstreambuf, transfer_with_block_size_zero_is_invalid)
+TEST(Binstreambuf, TransferWithBlockSizeZeroIsInvalid)
 {
     binstreambuf b, c;
     put(b, "abc");
@@ -352,7 +352,7 @@ TEST(binstreambuf, transfer_with_block_size_zero_is_invalid)
     EXPECT_EQ(c.transfer_from(b, 3, nullptr, 0), ers::invalid_params);
 }
 
-TEST(binstreambuf, transfer_from_reads_a_whole_stream_until_its_end)
+TEST(Binstreambuf, TransferFromReadsAWholeStreamUntilItsEnd)
 {
     binstreambuf src, b;
     std::string data(10000, '\0');
@@ -366,7 +366,7 @@ TEST(binstreambuf, transfer_from_reads_a_whole_stream_until_its_end)
     EXPECT_EQ(contents(b), "head:" + data);
 }
 
-TEST(binstreambuf, transfer_from_stops_at_datasize)
+TEST(Binstreambuf, TransferFromStopsAtDatasize)
 {
     binstreambuf src, b;
     put(src, "0123456789");
@@ -377,7 +377,7 @@ TEST(binstreambuf, transfer_from_stops_at_datasize)
     EXPECT_EQ(take(src, 6), "456789");
 }
 
-TEST(binstreambuf, transfer_from_a_file_reads_it_whole)
+TEST(Binstreambuf, TransferFromAFileReadsItWhole)
 {
     temp_dir dir("binstreambuf");
     ASSERT_TRUE(dir.ok());
@@ -394,7 +394,7 @@ TEST(binstreambuf, transfer_from_a_file_reads_it_whole)
     EXPECT_EQ(contents(b), data);
 }
 
-TEST(binstreambuf, transfer_to_a_file_writes_it_whole)
+TEST(Binstreambuf, TransferToAFileWritesItWhole)
 {
     temp_dir dir("binstreambuf");
     ASSERT_TRUE(dir.ok());
@@ -425,7 +425,7 @@ void round_trip(binstreambuf& b, T value)
 
 } // namespace
 
-TEST(binstreambuf, every_primitive_type_reads_back_as_written)
+TEST(Binstreambuf, EveryPrimitiveTypeReadsBackAsWritten)
 {
     binstreambuf b;
     round_trip<int8_t>(b, INT8_MIN);
@@ -445,7 +445,7 @@ TEST(binstreambuf, every_primitive_type_reads_back_as_written)
     EXPECT_EQ(b.get_write_pos(), 1 + 1 + 2 + 2 + 4 + 4 + 8 + 8 + 4 + 8 + 1 + 1 + 1 + 8u);
 }
 
-TEST(binstreambuf, typed_values_are_their_bytes_in_memory_order)
+TEST(Binstreambuf, TypedValuesAreTheirBytesInMemoryOrder)
 {
     binstreambuf b;
     uint32_t v = 0x04030201;
@@ -455,7 +455,7 @@ TEST(binstreambuf, typed_values_are_their_bytes_in_memory_order)
     EXPECT_EQ(raw, v);
 }
 
-TEST(binstreambuf, an_array_is_a_count_then_one_block)
+TEST(Binstreambuf, AnArrayIsACountThenOneBlock)
 {
     binstreambuf b;
     uint16_t a[] = {0x1111, 0x2222, 0x3333};
@@ -468,7 +468,7 @@ TEST(binstreambuf, an_array_is_a_count_then_one_block)
     EXPECT_EQ(std::memcmp(b.buffer().ptr() + 4, a, 6), 0);
 }
 
-TEST(binstreambuf, arrays_of_every_primitive_read_back_as_written)
+TEST(Binstreambuf, ArraysOfEveryPrimitiveReadBackAsWritten)
 {
     binstreambuf b;
     int8_t a8[] = {-1, 2, -3};
@@ -506,7 +506,7 @@ TEST(binstreambuf, arrays_of_every_primitive_read_back_as_written)
     EXPECT_EQ(std::memcmp(r64.ptr(), a64, sizeof a64), 0);
 }
 
-TEST(binstreambuf, an_empty_array_reads_back_empty)
+TEST(Binstreambuf, AnEmptyArrayReadsBackEmpty)
 {
     binstreambuf b;
     velk::binstream_container_fixed_array<uint32_t> c(nullptr, 0);
@@ -518,7 +518,7 @@ TEST(binstreambuf, an_empty_array_reads_back_empty)
     EXPECT_EQ(b.peek_read(0), ers::no_more);
 }
 
-TEST(binstreambuf, an_array_cut_short_gives_nmore)
+TEST(Binstreambuf, AnArrayCutShortGivesNmore)
 {
     binstreambuf b;
     uint32_t a[] = {1, 2, 3};
@@ -530,7 +530,7 @@ TEST(binstreambuf, an_array_cut_short_gives_nmore)
     EXPECT_EQ(b.read_array(d, nullptr), ers::no_more);
 }
 
-TEST(binstreambuf, keys_read_back_as_written_and_terminated)
+TEST(Binstreambuf, KeysReadBackAsWrittenAndTerminated)
 {
     binstreambuf b;
     ASSERT_EQ(b.write_key("alpha", 0), opcd());
@@ -544,7 +544,7 @@ TEST(binstreambuf, keys_read_back_as_written_and_terminated)
     EXPECT_EQ(k.lens(), 4u);
 }
 
-TEST(binstreambuf, an_empty_key_reads_back_empty)
+TEST(Binstreambuf, AnEmptyKeyReadsBackEmpty)
 {
     binstreambuf b;
     ASSERT_EQ(b.write_key("", 0), opcd());
@@ -553,7 +553,7 @@ TEST(binstreambuf, an_empty_key_reads_back_empty)
     EXPECT_TRUE(k.is_empty());
 }
 
-TEST(binstreambuf, read_key_from_an_empty_buffer_gives_nmore)
+TEST(Binstreambuf, ReadKeyFromAnEmptyBufferGivesNmore)
 {
     binstreambuf b;
     charstr k;

@@ -62,7 +62,7 @@ public:
     int32_t fd() const { return handle; }
 };
 
-class filestream_file : public ::testing::Test
+class FilestreamFile : public ::testing::Test
 {
 protected:
     void SetUp() override { ASSERT_TRUE(dir.ok()); }
@@ -74,7 +74,7 @@ protected:
 
 // -- Construction and opening ------------------------------------------------------
 
-TEST(filestream, constructed_stream_is_closed_at_position_zero)
+TEST(Filestream, ConstructedStreamIsClosedAtPositionZero)
 {
     filestream f;
     EXPECT_FALSE(f.is_open());
@@ -82,42 +82,42 @@ TEST(filestream, constructed_stream_is_closed_at_position_zero)
     EXPECT_EQ(f.get_write_pos(), 0u);
 }
 
-TEST(filestream, attributes_are_zero_on_both_sides)
+TEST(Filestream, AttributesAreZeroOnBothSides)
 {
     filestream f;
     EXPECT_EQ(f.binstream_attributes(false), 0u);
     EXPECT_EQ(f.binstream_attributes(true), 0u);
 }
 
-TEST(bifstream, attributes_are_the_side_flipped)
+TEST(Bifstream, AttributesAreTheSideFlipped)
 {
     bifstream f;
     EXPECT_EQ(f.binstream_attributes(false), 1u);
     EXPECT_EQ(f.binstream_attributes(true), 0u);
 }
 
-TEST_F(filestream_file, open_of_a_missing_file_for_reading_gives_ioerr_and_stays_closed)
+TEST_F(FilestreamFile, OpenOfAMissingFileForReadingGivesIoerrAndStaysClosed)
 {
     filestream f;
     EXPECT_EQ(open(f, dir / "missing", "r"), ers::io_error);
     EXPECT_FALSE(f.is_open());
 }
 
-TEST_F(filestream_file, open_of_a_directory_gives_ioerr)
+TEST_F(FilestreamFile, OpenOfADirectoryGivesIoerr)
 {
     filestream f;
     EXPECT_EQ(open(f, dir.path().string(), "r"), ers::io_error);
     EXPECT_FALSE(f.is_open());
 }
 
-TEST_F(filestream_file, open_without_c_does_not_create)
+TEST_F(FilestreamFile, OpenWithoutCDoesNotCreate)
 {
     filestream f;
     EXPECT_EQ(open(f, path, "w"), ers::io_error);
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST_F(filestream_file, mode_wct_creates_a_missing_file)
+TEST_F(FilestreamFile, ModeWctCreatesAMissingFile)
 {
     filestream f;
     ASSERT_EQ(open(f, path, "wct"), opcd());
@@ -125,7 +125,7 @@ TEST_F(filestream_file, mode_wct_creates_a_missing_file)
     EXPECT_TRUE(std::filesystem::exists(path));
 }
 
-TEST_F(filestream_file, mode_wct_truncates_an_existing_file)
+TEST_F(FilestreamFile, ModeWctTruncatesAnExistingFile)
 {
     write_file(path, "old content");
     filestream f;
@@ -135,7 +135,7 @@ TEST_F(filestream_file, mode_wct_truncates_an_existing_file)
     EXPECT_EQ(read_file(path), "new");
 }
 
-TEST_F(filestream_file, mode_dash_truncates_like_t)
+TEST_F(FilestreamFile, ModeDashTruncatesLikeT)
 {
     write_file(path, "old content");
     filestream f;
@@ -144,7 +144,7 @@ TEST_F(filestream_file, mode_dash_truncates_like_t)
     EXPECT_EQ(read_file(path), "");
 }
 
-TEST_F(filestream_file, mode_e_fails_when_the_file_exists)
+TEST_F(FilestreamFile, ModeEFailsWhenTheFileExists)
 {
     write_file(path, "keep");
     filestream f;
@@ -153,14 +153,14 @@ TEST_F(filestream_file, mode_e_fails_when_the_file_exists)
     EXPECT_EQ(read_file(path), "keep");
 }
 
-TEST_F(filestream_file, mode_e_with_c_creates_a_new_file)
+TEST_F(FilestreamFile, ModeEWithCCreatesANewFile)
 {
     filestream f;
     EXPECT_EQ(open(f, path, "wce"), opcd());
     EXPECT_TRUE(std::filesystem::exists(path));
 }
 
-TEST_F(filestream_file, mode_plus_appends_at_the_end)
+TEST_F(FilestreamFile, ModePlusAppendsAtTheEnd)
 {
     write_file(path, "abc");
     filestream f;
@@ -170,7 +170,7 @@ TEST_F(filestream_file, mode_plus_appends_at_the_end)
     EXPECT_EQ(read_file(path), "abcde");
 }
 
-TEST_F(filestream_file, mode_a_appends_like_plus)
+TEST_F(FilestreamFile, ModeAAppendsLikePlus)
 {
     write_file(path, "abc");
     filestream f;
@@ -180,7 +180,7 @@ TEST_F(filestream_file, mode_a_appends_like_plus)
     EXPECT_EQ(read_file(path), "abcx");
 }
 
-TEST_F(filestream_file, mode_r_alone_cannot_write)
+TEST_F(FilestreamFile, ModeRAloneCannotWrite)
 {
     write_file(path, "abc");
     filestream f;
@@ -191,7 +191,7 @@ TEST_F(filestream_file, mode_r_alone_cannot_write)
     EXPECT_EQ(read_text(f, 3), "abc");
 }
 
-TEST_F(filestream_file, mode_w_alone_cannot_read)
+TEST_F(FilestreamFile, ModeWAloneCannotRead)
 {
     write_file(path, "abc");
     filestream f;
@@ -201,7 +201,7 @@ TEST_F(filestream_file, mode_w_alone_cannot_read)
     EXPECT_EQ(e, ers::io_error);
 }
 
-TEST_F(filestream_file, mode_wr_gives_read_write_access)
+TEST_F(FilestreamFile, ModeWrGivesReadWriteAccess)
 {
     write_file(path, "abc");
     filestream f;
@@ -212,7 +212,7 @@ TEST_F(filestream_file, mode_wr_gives_read_write_access)
     EXPECT_EQ(read_file(path), "XYc");
 }
 
-TEST_F(filestream_file, mode_without_r_or_w_gives_read_write_access)
+TEST_F(FilestreamFile, ModeWithoutROrWGivesReadWriteAccess)
 {
     write_file(path, "abc");
     filestream f;
@@ -223,7 +223,7 @@ TEST_F(filestream_file, mode_without_r_or_w_gives_read_write_access)
     EXPECT_EQ(read_file(path), "Qbc");
 }
 
-TEST_F(filestream_file, unknown_mode_letters_are_skipped)
+TEST_F(FilestreamFile, UnknownModeLettersAreSkipped)
 {
     write_file(path, "abc");
     filestream f;
@@ -231,7 +231,7 @@ TEST_F(filestream_file, unknown_mode_letters_are_skipped)
     EXPECT_EQ(read_text(f, 3), "abc");
 }
 
-TEST_F(filestream_file, read_only_creation_makes_a_file_without_write_permission)
+TEST_F(FilestreamFile, ReadOnlyCreationMakesAFileWithoutWritePermission)
 {
     filestream f;
     ASSERT_EQ(open(f, path, "rc"), opcd());
@@ -241,7 +241,7 @@ TEST_F(filestream_file, read_only_creation_makes_a_file_without_write_permission
     EXPECT_NE(st.st_mode & 0400, 0u);
 }
 
-TEST_F(filestream_file, backslashes_in_the_name_are_separators)
+TEST_F(FilestreamFile, BackslashesInTheNameAreSeparators)
 {
     std::filesystem::create_directory(dir / "sub");
     write_file(dir / "sub/x.txt", "back");
@@ -251,7 +251,7 @@ TEST_F(filestream_file, backslashes_in_the_name_are_separators)
     EXPECT_EQ(read_text(f, 4), "back");
 }
 
-TEST_F(filestream_file, open_closes_the_file_open_before)
+TEST_F(FilestreamFile, OpenClosesTheFileOpenBefore)
 {
     write_file(path, "first");
     write_file(dir / "second", "second");
@@ -265,7 +265,7 @@ TEST_F(filestream_file, open_closes_the_file_open_before)
     EXPECT_EQ(read_text(f, 6), "second");
 }
 
-TEST_F(filestream_file, failed_open_closes_the_file_open_before)
+TEST_F(FilestreamFile, FailedOpenClosesTheFileOpenBefore)
 {
     write_file(path, "first");
     filestream f;
@@ -276,7 +276,7 @@ TEST_F(filestream_file, failed_open_closes_the_file_open_before)
 
 // -- Closing ---------------------------------------------------------------------
 
-TEST_F(filestream_file, close_zeroes_the_positions_and_succeeds)
+TEST_F(FilestreamFile, CloseZeroesThePositionsAndSucceeds)
 {
     filestream f;
     ASSERT_EQ(open(f, path, "wrc"), opcd());
@@ -288,14 +288,14 @@ TEST_F(filestream_file, close_zeroes_the_positions_and_succeeds)
     EXPECT_EQ(f.get_write_pos(), 0u);
 }
 
-TEST(filestream, close_of_a_closed_stream_succeeds)
+TEST(Filestream, CloseOfAClosedStreamSucceeds)
 {
     filestream f;
     EXPECT_EQ(f.close(), opcd());
     EXPECT_EQ(f.close(true), opcd());
 }
 
-TEST_F(filestream_file, destructor_closes_the_handle)
+TEST_F(FilestreamFile, DestructorClosesTheHandle)
 {
     int32_t fd;
     {
@@ -307,7 +307,7 @@ TEST_F(filestream_file, destructor_closes_the_handle)
     EXPECT_EQ(fcntl(fd, F_GETFD), -1);
 }
 
-TEST(filestream, raw_operations_on_a_closed_stream_give_ioerr)
+TEST(Filestream, RawOperationsOnAClosedStreamGiveIoerr)
 {
     filestream f;
     char buf[4];
@@ -320,7 +320,7 @@ TEST(filestream, raw_operations_on_a_closed_stream_give_ioerr)
 
 // -- Two positions on one handle ----------------------------------------------------
 
-TEST_F(filestream_file, reads_and_writes_interleave_each_at_its_own_position)
+TEST_F(FilestreamFile, ReadsAndWritesInterleaveEachAtItsOwnPosition)
 {
     filestream f;
     ASSERT_EQ(open(f, path, "rwct"), opcd());
@@ -334,7 +334,7 @@ TEST_F(filestream_file, reads_and_writes_interleave_each_at_its_own_position)
     EXPECT_EQ(read_file(path), "abcdefgh");
 }
 
-TEST_F(filestream_file, write_position_follows_written_bytes)
+TEST_F(FilestreamFile, WritePositionFollowsWrittenBytes)
 {
     filestream f;
     ASSERT_EQ(open(f, path, "wc"), opcd());
@@ -343,7 +343,7 @@ TEST_F(filestream_file, write_position_follows_written_bytes)
     EXPECT_EQ(f.get_read_pos(), 0u);
 }
 
-TEST_F(filestream_file, set_read_pos_moves_reading_and_leaves_writing)
+TEST_F(FilestreamFile, SetReadPosMovesReadingAndLeavesWriting)
 {
     filestream f;
     ASSERT_EQ(open(f, path, "rwc"), opcd());
@@ -353,7 +353,7 @@ TEST_F(filestream_file, set_read_pos_moves_reading_and_leaves_writing)
     EXPECT_EQ(f.get_write_pos(), 10u);
 }
 
-TEST_F(filestream_file, set_write_pos_overwrites_at_the_position)
+TEST_F(FilestreamFile, SetWritePosOverwritesAtThePosition)
 {
     filestream f;
     ASSERT_EQ(open(f, path, "rwc"), opcd());
@@ -364,14 +364,14 @@ TEST_F(filestream_file, set_write_pos_overwrites_at_the_position)
     EXPECT_EQ(read_file(path), "01ab456789");
 }
 
-TEST(filestream, set_positions_on_a_closed_stream_fail)
+TEST(Filestream, SetPositionsOnAClosedStreamFail)
 {
     filestream f;
     EXPECT_FALSE(f.set_read_pos(1));
     EXPECT_FALSE(f.set_write_pos(1));
 }
 
-TEST_F(filestream_file, reset_read_rewinds_reading)
+TEST_F(FilestreamFile, ResetReadRewindsReading)
 {
     write_file(path, "abcdef");
     filestream f;
@@ -381,7 +381,7 @@ TEST_F(filestream_file, reset_read_rewinds_reading)
     EXPECT_EQ(read_text(f, 2), "ab");
 }
 
-TEST_F(filestream_file, reset_write_rewinds_writing)
+TEST_F(FilestreamFile, ResetWriteRewindsWriting)
 {
     filestream f;
     ASSERT_EQ(open(f, path, "wc"), opcd());
@@ -392,7 +392,7 @@ TEST_F(filestream_file, reset_write_rewinds_writing)
     EXPECT_EQ(read_file(path), "XYcdef");
 }
 
-TEST_F(filestream_file, reset_all_rewinds_both_sides)
+TEST_F(FilestreamFile, ResetAllRewindsBothSides)
 {
     filestream f;
     ASSERT_EQ(open(f, path, "rwc"), opcd());
@@ -405,7 +405,7 @@ TEST_F(filestream_file, reset_all_rewinds_both_sides)
 
 // -- Seek ------------------------------------------------------------------------
 
-TEST_F(filestream_file, seek_of_the_read_side_moves_the_handle)
+TEST_F(FilestreamFile, SeekOfTheReadSideMovesTheHandle)
 {
     write_file(path, "0123456789");
     filestream f;
@@ -414,7 +414,7 @@ TEST_F(filestream_file, seek_of_the_read_side_moves_the_handle)
     EXPECT_EQ(read_text(f, 2), "45");
 }
 
-TEST_F(filestream_file, relative_seek_counts_from_the_side_position)
+TEST_F(FilestreamFile, RelativeSeekCountsFromTheSidePosition)
 {
     write_file(path, "0123456789");
     filestream f;
@@ -424,7 +424,7 @@ TEST_F(filestream_file, relative_seek_counts_from_the_side_position)
     EXPECT_EQ(read_text(f, 1), "5");
 }
 
-TEST_F(filestream_file, seek_of_the_other_side_sets_only_its_field)
+TEST_F(FilestreamFile, SeekOfTheOtherSideSetsOnlyItsField)
 {
     write_file(path, "0123456789");
     filestream f;
@@ -437,7 +437,7 @@ TEST_F(filestream_file, seek_of_the_other_side_sets_only_its_field)
     EXPECT_EQ(read_file(path), "012345ab89");
 }
 
-TEST_F(filestream_file, seek_before_the_start_fails_and_keeps_the_position)
+TEST_F(FilestreamFile, SeekBeforeTheStartFailsAndKeepsThePosition)
 {
     write_file(path, "0123456789");
     filestream f;
@@ -448,7 +448,7 @@ TEST_F(filestream_file, seek_before_the_start_fails_and_keeps_the_position)
     EXPECT_EQ(read_text(f, 1), "3");
 }
 
-TEST(filestream, seek_of_the_handle_side_on_a_closed_stream_fails)
+TEST(Filestream, SeekOfTheHandleSideOnAClosedStreamFails)
 {
     filestream f;
     EXPECT_EQ(f.seek(1, 4), ers::failed);
@@ -456,7 +456,7 @@ TEST(filestream, seek_of_the_handle_side_on_a_closed_stream_fails)
 
 // -- Peeking and the slots a file lacks ------------------------------------------------
 
-TEST_F(filestream_file, peek_read_with_a_timeout_is_invalid)
+TEST_F(FilestreamFile, PeekReadWithATimeoutIsInvalid)
 {
     write_file(path, "a");
     filestream f;
@@ -464,7 +464,7 @@ TEST_F(filestream_file, peek_read_with_a_timeout_is_invalid)
     EXPECT_EQ(f.peek_read(10), ers::invalid_params);
 }
 
-TEST_F(filestream_file, peek_read_succeeds_while_data_remains)
+TEST_F(FilestreamFile, PeekReadSucceedsWhileDataRemains)
 {
     write_file(path, "ab");
     filestream f;
@@ -474,7 +474,7 @@ TEST_F(filestream_file, peek_read_succeeds_while_data_remains)
     EXPECT_EQ(f.peek_read(0), ers::no_more);
 }
 
-TEST_F(filestream_file, peek_read_after_set_read_pos_to_the_end_says_no_more)
+TEST_F(FilestreamFile, PeekReadAfterSetReadPosToTheEndSaysNoMore)
 {
     write_file(path, "abc");
     filestream f;
@@ -483,26 +483,26 @@ TEST_F(filestream_file, peek_read_after_set_read_pos_to_the_end_says_no_more)
     EXPECT_EQ(f.peek_read(0), ers::no_more);
 }
 
-TEST(filestream, peek_read_of_a_closed_stream_says_no_more)
+TEST(Filestream, PeekReadOfAClosedStreamSaysNoMore)
 {
     filestream f;
     EXPECT_EQ(f.peek_read(0), ers::no_more);
 }
 
-TEST(filestream, peek_write_succeeds)
+TEST(Filestream, PeekWriteSucceeds)
 {
     filestream f;
     EXPECT_EQ(f.peek_write(0), opcd());
 }
 
-TEST(filestream, read_until_is_unavailable)
+TEST(Filestream, ReadUntilIsUnavailable)
 {
     filestream f;
     velk::substring pattern("x", 1, false);
     EXPECT_EQ(f.read_until(pattern, nullptr, 100), ers::unavailable);
 }
 
-TEST(filestream, bind_is_not_implemented)
+TEST(Filestream, BindIsNotImplemented)
 {
     filestream f, g;
     EXPECT_EQ(f.bind(g, 0), ers::not_implemented);
@@ -510,7 +510,7 @@ TEST(filestream, bind_is_not_implemented)
 
 // -- Short reads and writes ---------------------------------------------------------
 
-TEST_F(filestream_file, short_read_gives_nmore_with_detail_and_the_unread_remainder)
+TEST_F(FilestreamFile, ShortReadGivesNmoreWithDetailAndTheUnreadRemainder)
 {
     write_file(path, "abc");
     filestream f;
@@ -524,7 +524,7 @@ TEST_F(filestream_file, short_read_gives_nmore_with_detail_and_the_unread_remain
     EXPECT_EQ(std::string(buf, 3), "abc");
 }
 
-TEST_F(filestream_file, typed_read_past_the_end_of_a_short_file_gives_nmore)
+TEST_F(FilestreamFile, TypedReadPastTheEndOfAShortFileGivesNmore)
 {
     write_file(path, "xyz");
     filestream f;
@@ -535,7 +535,7 @@ TEST_F(filestream_file, typed_read_past_the_end_of_a_short_file_gives_nmore)
     EXPECT_STREQ(e.info(), "required more data than available");
 }
 
-TEST_F(filestream_file, read_at_the_end_gives_nmore_and_nothing)
+TEST_F(FilestreamFile, ReadAtTheEndGivesNmoreAndNothing)
 {
     write_file(path, "");
     filestream f;
@@ -546,7 +546,7 @@ TEST_F(filestream_file, read_at_the_end_gives_nmore_and_nothing)
     EXPECT_EQ(len, 1u);
 }
 
-TEST_F(filestream_file, zero_length_read_succeeds)
+TEST_F(FilestreamFile, ZeroLengthReadSucceeds)
 {
     write_file(path, "");
     filestream f;
@@ -556,7 +556,7 @@ TEST_F(filestream_file, zero_length_read_succeeds)
 }
 
 
-TEST_F(filestream_file, short_write_returns_success_with_the_rest_in_len)
+TEST_F(FilestreamFile, ShortWriteReturnsSuccessWithTheRestInLen)
 {
     filestream f;
     ASSERT_EQ(open(f, path, "wct"), opcd());
@@ -573,7 +573,7 @@ TEST_F(filestream_file, short_write_returns_success_with_the_rest_in_len)
     EXPECT_EQ(f.get_write_pos(), 100u);
 }
 
-TEST_F(filestream_file, write_on_a_full_limit_gives_ioerr)
+TEST_F(FilestreamFile, WriteOnAFullLimitGivesIoerr)
 {
     filestream f;
     ASSERT_EQ(open(f, path, "wct"), opcd());
@@ -605,7 +605,7 @@ void round_trip(filestream& f, T value)
 
 } // namespace
 
-TEST_F(filestream_file, every_primitive_type_reads_back_as_written)
+TEST_F(FilestreamFile, EveryPrimitiveTypeReadsBackAsWritten)
 {
     filestream f;
     ASSERT_EQ(open(f, path, "rwct"), opcd());
@@ -626,7 +626,7 @@ TEST_F(filestream_file, every_primitive_type_reads_back_as_written)
     EXPECT_EQ(f.get_write_pos(), 1 + 1 + 2 + 2 + 4 + 4 + 8 + 8 + 4 + 8 + 1 + 1 + 1 + 8u);
 }
 
-TEST_F(filestream_file, arrays_of_every_width_read_back_as_written)
+TEST_F(FilestreamFile, ArraysOfEveryWidthReadBackAsWritten)
 {
     filestream f;
     ASSERT_EQ(open(f, path, "rwct"), opcd());
@@ -657,7 +657,7 @@ TEST_F(filestream_file, arrays_of_every_width_read_back_as_written)
     EXPECT_EQ(std::memcmp(b64.ptr(), a64, sizeof a64), 0);
 }
 
-TEST_F(filestream_file, keys_read_back_as_written)
+TEST_F(FilestreamFile, KeysReadBackAsWritten)
 {
     filestream f;
     ASSERT_EQ(open(f, path, "rwct"), opcd());
@@ -670,7 +670,7 @@ TEST_F(filestream_file, keys_read_back_as_written)
     EXPECT_TRUE(k == "second");
 }
 
-TEST_F(filestream_file, a_file_written_by_one_stream_is_read_whole_by_a_bifstream)
+TEST_F(FilestreamFile, AFileWrittenByOneStreamIsReadWholeByABifstream)
 {
     std::string data;
     for (int i = 0; i < 100000; ++i)

@@ -40,7 +40,7 @@ std::string describe(opcd e)
     return s;
 }
 
-class lua_format : public ::testing::Test
+class LuaFormat : public ::testing::Test
 {
 protected:
     void SetUp() override
@@ -95,77 +95,77 @@ protected:
 
 // -- Writing primitives --------------------------------------------------------
 
-TEST_F(lua_format, writes_a_signed_byte_sign_extended)
+TEST_F(LuaFormat, WritesASignedByteSignExtended)
 {
     int8_t v = -5;
     EXPECT_EQ(f.write(&v, velk::bstype::kind_of<int8_t>()), opcd());
     EXPECT_EQ(lua_tointeger(L, -1), -5);
 }
 
-TEST_F(lua_format, writes_an_unsigned_short_zero_extended)
+TEST_F(LuaFormat, WritesAnUnsignedShortZeroExtended)
 {
     uint16_t v = 0xFFFE;
     EXPECT_EQ(f.write(&v, velk::bstype::kind_of<uint16_t>()), opcd());
     EXPECT_EQ(lua_tointeger(L, -1), 0xFFFE);
 }
 
-TEST_F(lua_format, writes_a_32_bit_integer)
+TEST_F(LuaFormat, WritesA32BitInteger)
 {
     int32_t v = -123456;
     EXPECT_EQ(f.write(&v, velk::bstype::kind_of<int32_t>()), opcd());
     EXPECT_EQ(lua_tointeger(L, -1), -123456);
 }
 
-TEST_F(lua_format, writes_an_unsigned_byte_zero_extended)
+TEST_F(LuaFormat, WritesAnUnsignedByteZeroExtended)
 {
     uint8_t v = 200;
     EXPECT_EQ(f.write(&v, velk::bstype::kind_of<uint8_t>()), opcd());
     EXPECT_EQ(lua_tointeger(L, -1), 200);
 }
 
-TEST_F(lua_format, writes_a_signed_short_sign_extended)
+TEST_F(LuaFormat, WritesASignedShortSignExtended)
 {
     int16_t v = -300;
     EXPECT_EQ(f.write(&v, velk::bstype::kind_of<int16_t>()), opcd());
     EXPECT_EQ(lua_tointeger(L, -1), -300);
 }
 
-TEST_F(lua_format, writes_an_unsigned_32_bit_value_above_2_to_the_31_zero_extended)
+TEST_F(LuaFormat, WritesAnUnsigned32BitValueAbove2ToThe31ZeroExtended)
 {
     uint32_t v = 0xFFFFFFF0u;
     EXPECT_EQ(f.write(&v, velk::bstype::kind_of<uint32_t>()), opcd());
     EXPECT_EQ(lua_tonumber(L, -1), 4294967280.0);
 }
 
-TEST_F(lua_format, writes_a_64_bit_signed_value)
+TEST_F(LuaFormat, WritesA64BitSignedValue)
 {
     int64_t v = -(int64_t(1) << 40);
     EXPECT_EQ(f.write(&v, velk::bstype::kind_of<int64_t>()), opcd());
     EXPECT_EQ(lua_tonumber(L, -1), -1099511627776.0);
 }
 
-TEST_F(lua_format, writes_a_64_bit_unsigned_value)
+TEST_F(LuaFormat, WritesA64BitUnsignedValue)
 {
     uint64_t v = uint64_t(1) << 41;
     EXPECT_EQ(f.write(&v, velk::bstype::kind_of<uint64_t>()), opcd());
     EXPECT_EQ(lua_tonumber(L, -1), 2199023255552.0);
 }
 
-TEST_F(lua_format, writes_a_float_widened)
+TEST_F(LuaFormat, WritesAFloatWidened)
 {
     float v = 1.5f;
     EXPECT_EQ(f.write(&v, velk::bstype::kind_of<float>()), opcd());
     EXPECT_EQ(lua_tonumber(L, -1), 1.5);
 }
 
-TEST_F(lua_format, writes_a_double)
+TEST_F(LuaFormat, WritesADouble)
 {
     double v = -2.25;
     EXPECT_EQ(f.write(&v, velk::bstype::kind_of<double>()), opcd());
     EXPECT_EQ(lua_tonumber(L, -1), -2.25);
 }
 
-TEST_F(lua_format, writes_a_bool)
+TEST_F(LuaFormat, WritesABool)
 {
     bool v = true;
     EXPECT_EQ(f.write(&v, velk::bstype::kind_of<bool>()), opcd());
@@ -173,14 +173,14 @@ TEST_F(lua_format, writes_a_bool)
     EXPECT_TRUE(lua_toboolean(L, -1));
 }
 
-TEST_F(lua_format, writes_a_single_char_as_a_one_character_string)
+TEST_F(LuaFormat, WritesASingleCharAsAOneCharacterString)
 {
     char c = 'q';
     EXPECT_EQ(f.write(&c, kind(kind::char_word)), opcd());
     EXPECT_EQ(show_top(), "\"q\"");
 }
 
-TEST_F(lua_format, pushes_nothing_for_time_angle_error_code_and_binary)
+TEST_F(LuaFormat, PushesNothingForTimeAngleErrorCodeAndBinary)
 {
     uint64_t v = 7;
     int before = lua_gettop(L);
@@ -191,7 +191,7 @@ TEST_F(lua_format, pushes_nothing_for_time_angle_error_code_and_binary)
     EXPECT_EQ(lua_gettop(L), before);
 }
 
-TEST_F(lua_format, refuses_to_write_an_unknown_type_code)
+TEST_F(LuaFormat, RefusesToWriteAnUnknownTypeCode)
 {
     uint32_t v = 1;
     EXPECT_EQ(describe(f.write(&v, kind(9, 4))), "SynEr / unknown type");
@@ -199,7 +199,7 @@ TEST_F(lua_format, refuses_to_write_an_unknown_type_code)
 
 // -- Writing structures and arrays ----------------------------------------------
 
-TEST_F(lua_format, writing_a_structure_gives_a_table_with_string_keys)
+TEST_F(LuaFormat, WritingAStructureGivesATableWithStringKeys)
 {
     int32_t a = 1, b = 2;
     kind open(kind::type_struct_open, 0);
@@ -214,7 +214,7 @@ TEST_F(lua_format, writing_a_structure_gives_a_table_with_string_keys)
     EXPECT_EQ(lua_gettop(L), 1);
 }
 
-TEST_F(lua_format, writing_an_array_gives_a_table_indexed_from_1)
+TEST_F(LuaFormat, WritingAnArrayGivesATableIndexedFrom1)
 {
     int32_t values[] = {10, 20, 30};
     velk::binstream_container_fixed_array<int32_t> c(values, 3);
@@ -229,7 +229,7 @@ TEST_F(lua_format, writing_an_array_gives_a_table_indexed_from_1)
     EXPECT_EQ(lua_gettop(L), 1);
 }
 
-TEST_F(lua_format, a_char_array_is_pushed_in_one_string_with_its_zero_bytes)
+TEST_F(LuaFormat, ACharArrayIsPushedInOneStringWithItsZeroBytes)
 {
     char text[] = {'a', 0, 'b'};
     velk::binstream_container_fixed_array<char> c(text, 3);
@@ -241,7 +241,7 @@ TEST_F(lua_format, a_char_array_is_pushed_in_one_string_with_its_zero_bytes)
     EXPECT_EQ(std::string(s, len), std::string(text, 3));
 }
 
-TEST_F(lua_format, a_binary_array_of_n_bytes_is_written_as_n_hex_characters)
+TEST_F(LuaFormat, ABinaryArrayOfNBytesIsWrittenAsNHexCharacters)
 {
     uint8_t bytes[] = {0xAB, 0x01, 0xFF};
     velk::binstream_container_fixed_array<uint8_t> c(bytes, 3, kind(kind::type_binary, 1));
@@ -266,18 +266,18 @@ public:
     uint64_t count() const override { return unknown_count; }
 };
 
-class lua_format_assertions : public lua_format
+class LuaFormatAssertions : public LuaFormat
 {
 protected:
     void SetUp() override
     {
-        lua_format::SetUp();
+        LuaFormat::SetUp();
         velk::assert_set_break(0); // report, don't trap
     }
     void TearDown() override
     {
         velk::assert_set_break(1);
-        lua_format::TearDown();
+        LuaFormat::TearDown();
     }
 
     // The assertion's place, as the report names it.
@@ -292,7 +292,7 @@ protected:
     velk::testing::log_capture log;
 };
 
-TEST_F(lua_format_assertions, a_string_that_is_not_continuous_is_an_assertion_and_not_implemented)
+TEST_F(LuaFormatAssertions, AStringThatIsNotContinuousIsAnAssertionAndNotImplemented)
 {
     char text[] = {'a', 'b'};
     piecewise_chars c(text, 2, kind(kind::char_word));
@@ -302,7 +302,7 @@ TEST_F(lua_format_assertions, a_string_that_is_not_continuous_is_an_assertion_an
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_format_assertions, a_string_of_unknown_length_is_an_assertion_and_not_implemented)
+TEST_F(LuaFormatAssertions, AStringOfUnknownLengthIsAnAssertionAndNotImplemented)
 {
     char text[] = {'a', 'b'};
     endless_chars c(text, 2, kind(kind::char_word));
@@ -311,7 +311,7 @@ TEST_F(lua_format_assertions, a_string_of_unknown_length_is_an_assertion_and_not
     EXPECT_TRUE(reported_at_its_fixed_place());
 }
 
-TEST_F(lua_format, a_count_of_all_ones_makes_a_table_without_array_slots)
+TEST_F(LuaFormat, ACountOfAllOnesMakesATableWithoutArraySlots)
 {
     uint32_t n = UINT32_MAX;
     ASSERT_EQ(f.write(&n, kind(kind::type_int, 4, kind::flag_array_begin)), opcd());
@@ -321,7 +321,7 @@ TEST_F(lua_format, a_count_of_all_ones_makes_a_table_without_array_slots)
 
 // -- Reading primitives --------------------------------------------------------
 
-TEST_F(lua_format, reads_a_32_bit_integer_and_pops_it)
+TEST_F(LuaFormat, ReadsA32BitIntegerAndPopsIt)
 {
     push_value("-42");
     int32_t v = 0;
@@ -330,7 +330,7 @@ TEST_F(lua_format, reads_a_32_bit_integer_and_pops_it)
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_format, reads_an_integer_truncating_the_fraction)
+TEST_F(LuaFormat, ReadsAnIntegerTruncatingTheFraction)
 {
     push_value("-7.9");
     int16_t v = 0;
@@ -338,7 +338,7 @@ TEST_F(lua_format, reads_an_integer_truncating_the_fraction)
     EXPECT_EQ(v, -7);
 }
 
-TEST_F(lua_format, reads_a_64_bit_integer)
+TEST_F(LuaFormat, ReadsA64BitInteger)
 {
     push_value("2^40 + 3");
     int64_t v = 0;
@@ -346,7 +346,7 @@ TEST_F(lua_format, reads_a_64_bit_integer)
     EXPECT_EQ(v, (int64_t(1) << 40) + 3);
 }
 
-TEST_F(lua_format, reads_an_unsigned_32_bit_value_through_64_bits)
+TEST_F(LuaFormat, ReadsAnUnsigned32BitValueThrough64Bits)
 {
     push_value("4294967295");
     uint32_t v = 0;
@@ -354,7 +354,7 @@ TEST_F(lua_format, reads_an_unsigned_32_bit_value_through_64_bits)
     EXPECT_EQ(v, 4294967295u);
 }
 
-TEST_F(lua_format, reads_2_to_the_63_as_the_top_bit_of_an_unsigned_64_bit_value)
+TEST_F(LuaFormat, Reads2ToThe63AsTheTopBitOfAnUnsigned64BitValue)
 {
     push_value("2^63");
     uint64_t v = 0;
@@ -362,7 +362,7 @@ TEST_F(lua_format, reads_2_to_the_63_as_the_top_bit_of_an_unsigned_64_bit_value)
     EXPECT_EQ(v, 0x8000000000000000ull);
 }
 
-TEST_F(lua_format, reads_a_float)
+TEST_F(LuaFormat, ReadsAFloat)
 {
     push_value("0.5");
     float v = 0;
@@ -370,7 +370,7 @@ TEST_F(lua_format, reads_a_float)
     EXPECT_EQ(v, 0.5f);
 }
 
-TEST_F(lua_format, reads_a_double)
+TEST_F(LuaFormat, ReadsADouble)
 {
     push_value("1e300");
     double v = 0;
@@ -378,7 +378,7 @@ TEST_F(lua_format, reads_a_double)
     EXPECT_EQ(v, 1e300);
 }
 
-TEST_F(lua_format, reads_a_bool_as_one_or_zero)
+TEST_F(LuaFormat, ReadsABoolAsOneOrZero)
 {
     push_value("false");
     uint8_t v = 9;
@@ -386,7 +386,7 @@ TEST_F(lua_format, reads_a_bool_as_one_or_zero)
     EXPECT_EQ(v, 0);
 }
 
-TEST_F(lua_format, reads_a_single_char_as_the_first_byte)
+TEST_F(LuaFormat, ReadsASingleCharAsTheFirstByte)
 {
     push_value("'xyz'");
     char c = 0;
@@ -394,7 +394,7 @@ TEST_F(lua_format, reads_a_single_char_as_the_first_byte)
     EXPECT_EQ(c, 'x');
 }
 
-TEST_F(lua_format, reads_the_empty_string_as_char_zero)
+TEST_F(LuaFormat, ReadsTheEmptyStringAsCharZero)
 {
     push_value("''");
     char c = 'z';
@@ -402,7 +402,7 @@ TEST_F(lua_format, reads_the_empty_string_as_char_zero)
     EXPECT_EQ(c, 0);
 }
 
-TEST_F(lua_format, reads_an_error_code_by_its_number)
+TEST_F(LuaFormat, ReadsAnErrorCodeByItsNumber)
 {
     push_value("28");
     opcd e;
@@ -410,7 +410,7 @@ TEST_F(lua_format, reads_an_error_code_by_its_number)
     EXPECT_EQ(e, ers::no_more);
 }
 
-TEST_F(lua_format, reads_a_time_truncated_to_64_bits)
+TEST_F(LuaFormat, ReadsATimeTruncatedTo64Bits)
 {
     push_value("123.9");
     int64_t v = 0;
@@ -418,7 +418,7 @@ TEST_F(lua_format, reads_a_time_truncated_to_64_bits)
     EXPECT_EQ(v, 123);
 }
 
-TEST_F(lua_format, reads_an_angle_as_a_double)
+TEST_F(LuaFormat, ReadsAnAngleAsADouble)
 {
     push_value("3.25");
     double v = 0;
@@ -428,7 +428,7 @@ TEST_F(lua_format, reads_an_angle_as_a_double)
 
 // -- Read failures ---------------------------------------------------------------
 
-TEST_F(lua_format, a_number_in_a_single_char_position_is_expected_string)
+TEST_F(LuaFormat, ANumberInASingleCharPositionIsExpectedString)
 {
     push_value("5");
     char c = 0;
@@ -436,63 +436,63 @@ TEST_F(lua_format, a_number_in_a_single_char_position_is_expected_string)
     EXPECT_EQ(lua_gettop(L), 0); // popped also when the conversion failed
 }
 
-TEST_F(lua_format, a_string_where_a_number_belongs_is_expected_number)
+TEST_F(LuaFormat, AStringWhereANumberBelongsIsExpectedNumber)
 {
     push_value("'x'");
     int32_t v = 0;
     EXPECT_EQ(describe(f.read(&v, velk::bstype::kind_of<int32_t>())), "SynEr / expected number");
 }
 
-TEST_F(lua_format, an_unsigned_value_from_a_table_is_expected_number)
+TEST_F(LuaFormat, AnUnsignedValueFromATableIsExpectedNumber)
 {
     push_value("{}");
     uint8_t v = 0;
     EXPECT_EQ(describe(f.read(&v, velk::bstype::kind_of<uint8_t>())), "SynEr / expected number");
 }
 
-TEST_F(lua_format, a_float_from_a_boolean_is_expected_number)
+TEST_F(LuaFormat, AFloatFromABooleanIsExpectedNumber)
 {
     push_value("true");
     double v = 0;
     EXPECT_EQ(describe(f.read(&v, velk::bstype::kind_of<double>())), "SynEr / expected number");
 }
 
-TEST_F(lua_format, a_number_where_a_boolean_belongs_is_expected_boolean)
+TEST_F(LuaFormat, ANumberWhereABooleanBelongsIsExpectedBoolean)
 {
     push_value("1");
     bool v = false;
     EXPECT_EQ(describe(f.read(&v, velk::bstype::kind_of<bool>())), "SynEr / expected boolean");
 }
 
-TEST_F(lua_format, an_error_code_from_a_string_is_expected_number)
+TEST_F(LuaFormat, AnErrorCodeFromAStringIsExpectedNumber)
 {
     push_value("'no'");
     opcd e;
     EXPECT_EQ(describe(f.read(&e, velk::bstype::kind_of<opcd>())), "SynEr / expected number");
 }
 
-TEST_F(lua_format, a_time_from_a_table_is_expected_time)
+TEST_F(LuaFormat, ATimeFromATableIsExpectedTime)
 {
     push_value("{}");
     int64_t v = 0;
     EXPECT_EQ(describe(f.read(&v, kind(kind::type_time, 8))), "SynEr / expected time");
 }
 
-TEST_F(lua_format, an_angle_from_nil_is_expected_angle)
+TEST_F(LuaFormat, AnAngleFromNilIsExpectedAngle)
 {
     push_value("nil");
     double v = 0;
     EXPECT_EQ(describe(f.read(&v, kind(kind::type_angle, 8))), "SynEr / expected angle");
 }
 
-TEST_F(lua_format, a_char_element_read_alone_is_not_implemented)
+TEST_F(LuaFormat, ACharElementReadAloneIsNotImplemented)
 {
     push_value("'a'");
     char c = 0;
     EXPECT_EQ(describe(f.read(&c, kind(kind::type_char, 1, kind::flag_element))), "!Impl");
 }
 
-TEST_F(lua_format, a_key_character_is_unavailable_and_nothing_is_popped)
+TEST_F(LuaFormat, AKeyCharacterIsUnavailableAndNothingIsPopped)
 {
     push_value("'k'");
     char c = 0;
@@ -500,28 +500,28 @@ TEST_F(lua_format, a_key_character_is_unavailable_and_nothing_is_popped)
     EXPECT_EQ(lua_gettop(L), 1);
 }
 
-TEST_F(lua_format, an_unknown_type_code_is_unknown_type_on_reading)
+TEST_F(LuaFormat, AnUnknownTypeCodeIsUnknownTypeOnReading)
 {
     push_value("1");
     uint32_t v = 0;
     EXPECT_EQ(describe(f.read(&v, kind(9, 4))), "SynEr / unknown type");
 }
 
-TEST_F(lua_format, a_char_array_begin_on_a_table_is_expected_string)
+TEST_F(LuaFormat, ACharArrayBeginOnATableIsExpectedString)
 {
     push_value("{}");
     uint32_t n = 0;
     EXPECT_EQ(describe(f.read(&n, kind(kind::type_char, 4, kind::flag_array_begin))), "SynEr / expected string");
 }
 
-TEST_F(lua_format, an_array_begin_on_a_string_is_expected_array)
+TEST_F(LuaFormat, AnArrayBeginOnAStringIsExpectedArray)
 {
     push_value("'abc'");
     uint32_t n = 0;
     EXPECT_EQ(describe(f.read(&n, kind(kind::type_int, 4, kind::flag_array_begin))), "SynEr / expected array");
 }
 
-TEST_F(lua_format, a_struct_open_on_a_number_is_expected_object_without_a_pop)
+TEST_F(LuaFormat, AStructOpenOnANumberIsExpectedObjectWithoutAPop)
 {
     push_value("3");
     EXPECT_EQ(describe(f.read(nullptr, kind(kind::type_struct_open, 0))), "SynEr / expected object");
@@ -530,7 +530,7 @@ TEST_F(lua_format, a_struct_open_on_a_number_is_expected_object_without_a_pop)
 
 // -- Reading arrays and strings ------------------------------------------------------
 
-TEST_F(lua_format, a_number_is_taken_as_an_array_of_char)
+TEST_F(LuaFormat, ANumberIsTakenAsAnArrayOfChar)
 {
     push_value("42");
     uint32_t n = 0;
@@ -544,7 +544,7 @@ TEST_F(lua_format, a_number_is_taken_as_an_array_of_char)
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_format, a_string_with_zero_bytes_is_read_whole)
+TEST_F(LuaFormat, AStringWithZeroBytesIsReadWhole)
 {
     push_value("'a\\0b\\0'");
     dynarray<char, uint32_t> text;
@@ -555,7 +555,7 @@ TEST_F(lua_format, a_string_with_zero_bytes_is_read_whole)
     EXPECT_EQ(std::string(text.ptr(), text.size()), std::string("a\0b\0", 4));
 }
 
-TEST_F(lua_format, a_char_array_of_another_length_is_array_size_and_the_string_is_popped)
+TEST_F(LuaFormat, ACharArrayOfAnotherLengthIsArraySizeAndTheStringIsPopped)
 {
     push_value("'abc'");
     dynarray<char, uint32_t> text;
@@ -565,7 +565,7 @@ TEST_F(lua_format, a_char_array_of_another_length_is_array_size_and_the_string_i
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_format, a_table_of_another_length_than_the_known_size_is_array_size)
+TEST_F(LuaFormat, ATableOfAnotherLengthThanTheKnownSizeIsArraySize)
 {
     push_value("{1, 2, 3}");
     dynarray<int32_t, uint32_t> values;
@@ -574,7 +574,7 @@ TEST_F(lua_format, a_table_of_another_length_than_the_known_size_is_array_size)
     EXPECT_EQ(describe(f.read_array_content(c, 2, count, nullptr)), "Misma / array size");
 }
 
-TEST_F(lua_format, reads_an_array_by_separators_until_the_end)
+TEST_F(LuaFormat, ReadsAnArrayBySeparatorsUntilTheEnd)
 {
     push_value("{4, 5, 6}");
     uint32_t n = 0;
@@ -594,7 +594,7 @@ TEST_F(lua_format, reads_an_array_by_separators_until_the_end)
     EXPECT_TRUE(f.frames.is_empty());
 }
 
-TEST_F(lua_format, a_nil_in_the_middle_of_an_array_ends_a_read_by_separator)
+TEST_F(LuaFormat, ANilInTheMiddleOfAnArrayEndsAReadBySeparator)
 {
     push_value("{7, 8, nil, 9}");
     uint32_t n = 0;
@@ -612,7 +612,7 @@ TEST_F(lua_format, a_nil_in_the_middle_of_an_array_ends_a_read_by_separator)
     EXPECT_EQ(lua_type(L, -1), LUA_TTABLE); // the nil was popped
 }
 
-TEST_F(lua_format, a_binary_array_is_decoded_from_hex_with_spaces_skipped)
+TEST_F(LuaFormat, ABinaryArrayIsDecodedFromHexWithSpacesSkipped)
 {
     push_value("'0a ff 10  '");
     dynarray<uint8_t, uint32_t> bytes;
@@ -627,7 +627,7 @@ TEST_F(lua_format, a_binary_array_is_decoded_from_hex_with_spaces_skipped)
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_format, a_short_binary_text_is_not_enough_array_elements)
+TEST_F(LuaFormat, AShortBinaryTextIsNotEnoughArrayElements)
 {
     push_value("'0a'");
     dynarray<uint8_t, uint32_t> bytes;
@@ -637,7 +637,7 @@ TEST_F(lua_format, a_short_binary_text_is_not_enough_array_elements)
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_format, text_after_the_binary_elements_is_more_characters)
+TEST_F(LuaFormat, TextAfterTheBinaryElementsIsMoreCharacters)
 {
     push_value("'0a0bzz'");
     dynarray<uint8_t, uint32_t> bytes;
@@ -648,7 +648,7 @@ TEST_F(lua_format, text_after_the_binary_elements_is_more_characters)
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_format, a_binary_array_of_unknown_size_takes_every_byte)
+TEST_F(LuaFormat, ABinaryArrayOfUnknownSizeTakesEveryByte)
 {
     push_value("'01 02 03'");
     dynarray<uint8_t, uint32_t> bytes;
@@ -661,7 +661,7 @@ TEST_F(lua_format, a_binary_array_of_unknown_size_takes_every_byte)
 
 // -- Keys ----------------------------------------------------------------------
 
-TEST_F(lua_format, read_key_pushes_the_expected_member)
+TEST_F(LuaFormat, ReadKeyPushesTheExpectedMember)
 {
     push_value("{name = 'v'}");
     charstr key;
@@ -670,7 +670,7 @@ TEST_F(lua_format, read_key_pushes_the_expected_member)
     EXPECT_EQ(show_top(), "\"v\"");
 }
 
-TEST_F(lua_format, read_key_of_a_missing_member_leaves_a_nil_and_gives_no_more)
+TEST_F(LuaFormat, ReadKeyOfAMissingMemberLeavesANilAndGivesNoMore)
 {
     push_value("{name = 'v'}");
     charstr key;
@@ -679,7 +679,7 @@ TEST_F(lua_format, read_key_of_a_missing_member_leaves_a_nil_and_gives_no_more)
     EXPECT_TRUE(lua_isnil(L, -1));
 }
 
-TEST_F(lua_format, write_key_pushes_the_key_text)
+TEST_F(LuaFormat, WriteKeyPushesTheKeyText)
 {
     EXPECT_EQ(f.write_key("member", 3), opcd());
     EXPECT_EQ(show_top(), "\"member\"");
@@ -687,7 +687,7 @@ TEST_F(lua_format, write_key_pushes_the_key_text)
 
 // -- Oddities that stand -------------------------------------------------------------
 
-TEST_F(lua_format, a_binary_array_end_pops_the_enclosing_frame_and_one_value_more)
+TEST_F(LuaFormat, ABinaryArrayEndPopsTheEnclosingFrameAndOneValueMore)
 {
     push_value("{b = '01'}");
     ASSERT_EQ(f.read(nullptr, kind(kind::type_struct_open, 0)), opcd());
@@ -705,7 +705,7 @@ TEST_F(lua_format, a_binary_array_end_pops_the_enclosing_frame_and_one_value_mor
     EXPECT_EQ(lua_gettop(L), 0);      // and so did the structure's table
 }
 
-TEST_F(lua_format, is_named_fmtstream_lua_capi)
+TEST_F(LuaFormat, IsNamedFmtstreamLuaCapi)
 {
     EXPECT_EQ(f.fmtstream_name(), token("fmtstream_lua_capi"));
 }
@@ -718,18 +718,18 @@ namespace {
 
 using velk::lua_streamer_context;
 
-class lua_streamer : public lua_format
+class LuaStreamer : public LuaFormat
 {
 protected:
     lua_streamer_context& s = lua_streamer_context::get_lua_streamer(true);
 };
 
-TEST_F(lua_streamer, is_the_same_object_on_one_thread)
+TEST_F(LuaStreamer, IsTheSameObjectOnOneThread)
 {
     EXPECT_EQ(&s, &lua_streamer_context::get_lua_streamer(true));
 }
 
-TEST_F(lua_streamer, each_thread_has_its_own)
+TEST_F(LuaStreamer, EachThreadHasItsOwn)
 {
     lua_streamer_context* other = nullptr;
     std::thread t([&] { other = &lua_streamer_context::get_lua_streamer(true); });
@@ -738,13 +738,13 @@ TEST_F(lua_streamer, each_thread_has_its_own)
     EXPECT_NE(other, &s);
 }
 
-TEST_F(lua_streamer, reads_and_writes_through_its_own_format)
+TEST_F(LuaStreamer, ReadsAndWritesThroughItsOwnFormat)
 {
     EXPECT_EQ(s.meta.fmt_read, &s.fmt);
     EXPECT_EQ(s.meta.fmt_write, &s.fmt);
 }
 
-TEST_F(lua_streamer, bind_stack_records_the_state_and_its_top)
+TEST_F(LuaStreamer, BindStackRecordsTheStateAndItsTop)
 {
     push_value("1");
     s.bind_stack(L);
@@ -752,7 +752,7 @@ TEST_F(lua_streamer, bind_stack_records_the_state_and_its_top)
     EXPECT_EQ(s.fmt.top, 1);
 }
 
-TEST_F(lua_streamer, to_lua_pushes_one_string)
+TEST_F(LuaStreamer, ToLuaPushesOneString)
 {
     s.bind_stack(L);
     s.to_lua(charstr("hello"));
@@ -760,7 +760,7 @@ TEST_F(lua_streamer, to_lua_pushes_one_string)
     EXPECT_EQ(show_top(), "\"hello\"");
 }
 
-TEST_F(lua_streamer, to_lua_keeps_zero_bytes)
+TEST_F(LuaStreamer, ToLuaKeepsZeroBytes)
 {
     s.bind_stack(L);
     charstr text;
@@ -771,7 +771,7 @@ TEST_F(lua_streamer, to_lua_keeps_zero_bytes)
     EXPECT_EQ(std::string(p, len), std::string("a\0b", 3));
 }
 
-TEST_F(lua_streamer, to_lua_of_an_empty_string_pushes_an_empty_string)
+TEST_F(LuaStreamer, ToLuaOfAnEmptyStringPushesAnEmptyString)
 {
     s.bind_stack(L);
     s.to_lua(charstr());
@@ -779,7 +779,7 @@ TEST_F(lua_streamer, to_lua_of_an_empty_string_pushes_an_empty_string)
     EXPECT_EQ(show_top(), "\"\"");
 }
 
-TEST_F(lua_streamer, from_lua_reads_the_string_and_pops_it)
+TEST_F(LuaStreamer, FromLuaReadsTheStringAndPopsIt)
 {
     push_value("'some text'");
     s.bind_stack(L);
@@ -789,7 +789,7 @@ TEST_F(lua_streamer, from_lua_reads_the_string_and_pops_it)
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_streamer, from_lua_takes_a_number_as_its_text)
+TEST_F(LuaStreamer, FromLuaTakesANumberAsItsText)
 {
     push_value("42");
     s.bind_stack(L);
@@ -798,7 +798,7 @@ TEST_F(lua_streamer, from_lua_takes_a_number_as_its_text)
     EXPECT_EQ(text, token("42"));
 }
 
-TEST_F(lua_streamer, from_lua_of_an_empty_string_gives_an_empty_string)
+TEST_F(LuaStreamer, FromLuaOfAnEmptyStringGivesAnEmptyString)
 {
     push_value("''");
     s.bind_stack(L);
@@ -807,7 +807,7 @@ TEST_F(lua_streamer, from_lua_of_an_empty_string_gives_an_empty_string)
     EXPECT_TRUE(text.is_empty());
 }
 
-TEST_F(lua_streamer, from_lua_keeps_zero_bytes)
+TEST_F(LuaStreamer, FromLuaKeepsZeroBytes)
 {
     push_value("'x\\0y'");
     s.bind_stack(L);
@@ -816,7 +816,7 @@ TEST_F(lua_streamer, from_lua_keeps_zero_bytes)
     EXPECT_EQ(std::string(text.ptr(), text.lens()), std::string("x\0y", 3));
 }
 
-TEST_F(lua_streamer, from_lua_of_a_table_throws_with_the_position_text)
+TEST_F(LuaStreamer, FromLuaOfATableThrowsWithThePositionText)
 {
     push_value("{}");
     s.bind_stack(L);
@@ -831,7 +831,7 @@ TEST_F(lua_streamer, from_lua_of_a_table_throws_with_the_position_text)
     }
 }
 
-TEST_F(lua_streamer, works_again_after_a_failed_run)
+TEST_F(LuaStreamer, WorksAgainAfterAFailedRun)
 {
     push_value("{}");
     s.bind_stack(L);
@@ -856,19 +856,19 @@ using velk::testing::make_shape;
 using velk::testing::point;
 using velk::testing::shape;
 
-class lua_structures : public lua_format
+class LuaStructures : public LuaFormat
 {
 protected:
     void SetUp() override
     {
-        lua_format::SetUp();
+        LuaFormat::SetUp();
         m.fmt_read = &f;
         m.fmt_write = &f;
     }
     void TearDown() override
     {
         m.rw_state = 0; // the format ends with the fixture's state
-        lua_format::TearDown();
+        LuaFormat::TearDown();
     }
 
     shape sample() { return make_shape("square", {-1, 2}, {{0, 0}, {5, 6}}, {9, -4}, 1, -7, 2.5, true); }
@@ -876,7 +876,7 @@ protected:
     metastream m;
 };
 
-TEST_F(lua_structures, a_structure_is_written_as_a_table_keyed_by_member)
+TEST_F(LuaStructures, AStructureIsWrittenAsATableKeyedByMember)
 {
     point p{3, -4};
     m.write_run(p);
@@ -885,7 +885,7 @@ TEST_F(lua_structures, a_structure_is_written_as_a_table_keyed_by_member)
     EXPECT_TRUE(f.frames.is_empty());
 }
 
-TEST_F(lua_structures, nested_structures_and_arrays_become_nested_tables)
+TEST_F(LuaStructures, NestedStructuresAndArraysBecomeNestedTables)
 {
     m.write_run(sample());
     EXPECT_EQ(show_top(),
@@ -894,7 +894,7 @@ TEST_F(lua_structures, nested_structures_and_arrays_become_nested_tables)
     EXPECT_EQ(lua_gettop(L), 1);
 }
 
-TEST_F(lua_structures, a_structure_read_from_a_lua_table_equals_the_one_written)
+TEST_F(LuaStructures, AStructureReadFromALuaTableEqualsTheOneWritten)
 {
     shape s = sample();
     m.write_run(s);
@@ -905,7 +905,7 @@ TEST_F(lua_structures, a_structure_read_from_a_lua_table_equals_the_one_written)
     EXPECT_TRUE(f.frames.is_empty());
 }
 
-TEST_F(lua_structures, a_table_written_by_a_script_is_read_into_a_structure)
+TEST_F(LuaStructures, ATableWrittenByAScriptIsReadIntoAStructure)
 {
     push_value("{ name = 'tri', origin = {x = 1, y = 1}, vertices = {{x = 0, y = 0}, {x = 3, y = 0}},"
                "  weights = {}, corners = {1, 2, 3, 4}, scale = 0.25, closed = false,"
@@ -920,7 +920,7 @@ TEST_F(lua_structures, a_table_written_by_a_script_is_read_into_a_structure)
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_structures, a_member_of_the_wrong_type_fails_with_its_path)
+TEST_F(LuaStructures, AMemberOfTheWrongTypeFailsWithItsPath)
 {
     push_value("{x = 'one', y = 2}");
     point p;
@@ -934,7 +934,7 @@ TEST_F(lua_structures, a_member_of_the_wrong_type_fails_with_its_path)
 
 // The count comes from the table itself, so a shorter table fills the front
 // of a fixed array and the rest keeps its values.
-TEST_F(lua_structures, a_shorter_table_fills_the_front_of_a_fixed_array)
+TEST_F(LuaStructures, AShorterTableFillsTheFrontOfAFixedArray)
 {
     push_value("{ name = 'n', origin = {x = 0, y = 0}, vertices = {}, weights = {},"
                "  corners = {1, 2}, scale = 1, closed = true }");
@@ -949,7 +949,7 @@ TEST_F(lua_structures, a_shorter_table_fills_the_front_of_a_fixed_array)
     EXPECT_EQ(lua_gettop(L), 0);
 }
 
-TEST_F(lua_structures, a_missing_member_without_default_fails)
+TEST_F(LuaStructures, AMissingMemberWithoutDefaultFails)
 {
     push_value("{x = 1}");
     point p;
@@ -969,7 +969,7 @@ using velk::testing::settings;
 
 // Each absent member leaves the nil of its lookup; the next lookup takes it
 // off, so a table with many absent members still reads in balance.
-class lua_absent_members : public lua_structures
+class LuaAbsentMembers : public LuaStructures
 {
 protected:
     void read_settings(const char* table)
@@ -982,14 +982,14 @@ protected:
     settings s;
 };
 
-TEST_F(lua_absent_members, an_absent_optional_member_keeps_its_value)
+TEST_F(LuaAbsentMembers, AnAbsentOptionalMemberKeepsItsValue)
 {
     read_settings("{}");
     EXPECT_EQ(s.level, 11);
     EXPECT_EQ(s.comment, velk::token("kept"));
 }
 
-TEST_F(lua_absent_members, an_absent_member_with_a_default_takes_it)
+TEST_F(LuaAbsentMembers, AnAbsentMemberWithADefaultTakesIt)
 {
     read_settings("{}");
     EXPECT_EQ(s.retries, 3);
@@ -998,14 +998,14 @@ TEST_F(lua_absent_members, an_absent_member_with_a_default_takes_it)
     EXPECT_EQ(s.ports[1], 443);
 }
 
-TEST_F(lua_absent_members, an_absent_structure_member_takes_its_default)
+TEST_F(LuaAbsentMembers, AnAbsentStructureMemberTakesItsDefault)
 {
     read_settings("{}");
     EXPECT_EQ(s.anchor.x, 7);
     EXPECT_EQ(s.anchor.y, 8);
 }
 
-TEST_F(lua_absent_members, present_members_win_over_defaults)
+TEST_F(LuaAbsentMembers, PresentMembersWinOverDefaults)
 {
     read_settings("{ retries = 9, level = 2, anchor = {x = 1, y = 2} }");
     EXPECT_EQ(s.retries, 9);
@@ -1013,14 +1013,14 @@ TEST_F(lua_absent_members, present_members_win_over_defaults)
     EXPECT_EQ(s.anchor.y, 2);
 }
 
-TEST_F(lua_absent_members, the_stack_is_balanced_after_a_run_with_absent_members)
+TEST_F(LuaAbsentMembers, TheStackIsBalancedAfterARunWithAbsentMembers)
 {
     read_settings("{ legacy = 5 }");
     EXPECT_EQ(lua_gettop(L), 0);
     EXPECT_TRUE(f.frames.is_empty());
 }
 
-TEST_F(lua_absent_members, an_absent_last_member_leaves_what_lies_below_the_table)
+TEST_F(LuaAbsentMembers, AnAbsentLastMemberLeavesWhatLiesBelowTheTable)
 {
     lua_pushstring(L, "below");
     read_settings("{ level = 1 }"); // ports, the last member, is absent

@@ -32,7 +32,7 @@ public:
 
 } // namespace
 
-TEST(fmtstream, bind_with_io_0_sets_both_sides)
+TEST(Fmtstream, BindWithIo0SetsBothSides)
 {
     bare_format f;
     counting_stream s;
@@ -41,7 +41,7 @@ TEST(fmtstream, bind_with_io_0_sets_both_sides)
     EXPECT_EQ(f.bound_write, &s);
 }
 
-TEST(fmtstream, bind_with_io_1_sets_only_the_write_side)
+TEST(Fmtstream, BindWithIo1SetsOnlyTheWriteSide)
 {
     bare_format f;
     counting_stream s;
@@ -50,7 +50,7 @@ TEST(fmtstream, bind_with_io_1_sets_only_the_write_side)
     EXPECT_EQ(f.bound_write, &s);
 }
 
-TEST(fmtstream, bind_with_io_minus_1_sets_only_the_read_side)
+TEST(Fmtstream, BindWithIoMinus1SetsOnlyTheReadSide)
 {
     bare_format f;
     counting_stream s;
@@ -59,7 +59,7 @@ TEST(fmtstream, bind_with_io_minus_1_sets_only_the_read_side)
     EXPECT_EQ(f.bound_write, nullptr);
 }
 
-TEST(fmtstream, rebinding_the_write_side_keeps_the_read_side)
+TEST(Fmtstream, RebindingTheWriteSideKeepsTheReadSide)
 {
     bare_format f;
     counting_stream first;
@@ -70,7 +70,7 @@ TEST(fmtstream, rebinding_the_write_side_keeps_the_read_side)
     EXPECT_EQ(f.bound_read, &first);
 }
 
-TEST(fmtstream, rebinding_the_read_side_keeps_the_write_side)
+TEST(Fmtstream, RebindingTheReadSideKeepsTheWriteSide)
 {
     bare_format f;
     counting_stream first;
@@ -81,7 +81,7 @@ TEST(fmtstream, rebinding_the_read_side_keeps_the_write_side)
     EXPECT_EQ(f.bound_write, &first);
 }
 
-TEST(fmtstream, flush_with_an_empty_buffer_flushes_the_bound_stream_without_writing)
+TEST(Fmtstream, FlushWithAnEmptyBufferFlushesTheBoundStreamWithoutWriting)
 {
     bare_format f;
     counting_stream s;
@@ -91,7 +91,7 @@ TEST(fmtstream, flush_with_an_empty_buffer_flushes_the_bound_stream_without_writ
     EXPECT_EQ(s.raw_writes, 0);
 }
 
-TEST(fmtstream, flush_hands_the_buffered_text_on_in_one_write)
+TEST(Fmtstream, FlushHandsTheBufferedTextOnInOneWrite)
 {
     bare_format f;
     counting_stream s;
@@ -103,7 +103,7 @@ TEST(fmtstream, flush_hands_the_buffered_text_on_in_one_write)
     EXPECT_TRUE(f.buffer.is_empty());
 }
 
-TEST(fmtstream, reset_write_empties_the_buffer_also_when_unbound)
+TEST(Fmtstream, ResetWriteEmptiesTheBufferAlsoWhenUnbound)
 {
     bare_format f;
     f.buffer << "left";
@@ -111,7 +111,7 @@ TEST(fmtstream, reset_write_empties_the_buffer_also_when_unbound)
     EXPECT_TRUE(f.buffer.is_empty());
 }
 
-TEST(fmtstream, attributes_are_2_on_both_sides)
+TEST(Fmtstream, AttributesAre2OnBothSides)
 {
     bare_format f;
     EXPECT_EQ(f.binstream_attributes(false), 2u);

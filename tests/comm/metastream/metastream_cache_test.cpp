@@ -88,7 +88,7 @@ void stream_meta(metastream& m, head_only* p)
 
 // -- Out of order ------------------------------------------------------------------
 
-TEST(metastream_cache, members_out_of_order_at_the_root_are_read)
+TEST(MetastreamCache, MembersOutOfOrderAtTheRootAreRead)
 {
     point p;
     EXPECT_EQ(read_into(p, "{y=2,x=1}"), "");
@@ -96,7 +96,7 @@ TEST(metastream_cache, members_out_of_order_at_the_root_are_read)
     EXPECT_EQ(p.y, 2);
 }
 
-TEST(metastream_cache, members_out_of_order_at_every_depth_are_read)
+TEST(MetastreamCache, MembersOutOfOrderAtEveryDepthAreRead)
 {
     shape s;
     EXPECT_EQ(read_into(s, "{closed=true,scale=1.25,corners=[4:1,0,0,-4],weights=[3:10,-20,30],"
@@ -105,7 +105,7 @@ TEST(metastream_cache, members_out_of_order_at_every_depth_are_read)
     EXPECT_TRUE(s == expected_shape());
 }
 
-TEST(metastream_cache, cached_arrays_without_a_known_size_are_read)
+TEST(MetastreamCache, CachedArraysWithoutAKnownSizeAreRead)
 {
     shape s;
     EXPECT_EQ(read_into(s, "{closed=true,scale=1.25,corners=[1,0,0,-4],weights=[10,-20,30],"
@@ -114,7 +114,7 @@ TEST(metastream_cache, cached_arrays_without_a_known_size_are_read)
     EXPECT_TRUE(s == expected_shape());
 }
 
-TEST(metastream_cache, a_nested_structure_out_of_order_inside_a_cached_one_is_read)
+TEST(MetastreamCache, ANestedStructureOutOfOrderInsideACachedOneIsRead)
 {
     branch b;
     EXPECT_EQ(read_into(b, "{leaves=[1:{flags=[3:1,2,3],weight=0.5,small=[2,3],tag=\"t\",id=-7}],"
@@ -131,7 +131,7 @@ TEST(metastream_cache, a_nested_structure_out_of_order_inside_a_cached_one_is_re
     EXPECT_EQ(b.leaves[0].flags[2], 3);
 }
 
-TEST(metastream_cache, a_cache_used_by_one_run_is_empty_for_the_next)
+TEST(MetastreamCache, ACacheUsedByOneRunIsEmptyForTheNext)
 {
     metastream m;
     point p;
@@ -144,21 +144,21 @@ TEST(metastream_cache, a_cache_used_by_one_run_is_empty_for_the_next)
 
 // -- Missing members -----------------------------------------------------------------
 
-TEST(metastream_cache, a_missing_member_without_default_names_it_with_the_position)
+TEST(MetastreamCache, AMissingMemberWithoutDefaultNamesItWithThePosition)
 {
     point p;
     EXPECT_EQ(read_into(p, "{x=1}"),
               ":point - variable 'y' not found and no default value provided at offset 4");
 }
 
-TEST(metastream_cache, a_member_missing_after_a_cached_one_is_reported_the_same)
+TEST(MetastreamCache, AMemberMissingAfterACachedOneIsReportedTheSame)
 {
     point p;
     EXPECT_EQ(read_into(p, "{y=1}"),
               ":point - variable 'x' not found and no default value provided at offset 4");
 }
 
-TEST(metastream_cache, missing_members_with_defaults_take_their_defaults)
+TEST(MetastreamCache, MissingMembersWithDefaultsTakeTheirDefaults)
 {
     settings s;
     EXPECT_EQ(read_into(s, "{level=1}"), "");
@@ -170,7 +170,7 @@ TEST(metastream_cache, missing_members_with_defaults_take_their_defaults)
     EXPECT_EQ(s.ports[1], 443);
 }
 
-TEST(metastream_cache, defaults_fill_the_gaps_between_members_given_out_of_order)
+TEST(MetastreamCache, DefaultsFillTheGapsBetweenMembersGivenOutOfOrder)
 {
     settings s;
     EXPECT_EQ(read_into(s, "{mode=\"m\",anchor={y=1,x=2}}"), "");
@@ -180,7 +180,7 @@ TEST(metastream_cache, defaults_fill_the_gaps_between_members_given_out_of_order
     EXPECT_EQ(s.ports.size(), 2u);
 }
 
-TEST(metastream_cache, a_missing_nested_structure_takes_its_default_whole)
+TEST(MetastreamCache, AMissingNestedStructureTakesItsDefaultWhole)
 {
     framed f;
     EXPECT_EQ(read_into(f, "{title=\"t\"}"), "");
@@ -194,7 +194,7 @@ TEST(metastream_cache, a_missing_nested_structure_takes_its_default_whole)
     EXPECT_TRUE(f.body.closed);
 }
 
-TEST(metastream_cache, missing_optional_members_keep_their_values)
+TEST(MetastreamCache, MissingOptionalMembersKeepTheirValues)
 {
     settings s;
     s.level = 42;
@@ -205,7 +205,7 @@ TEST(metastream_cache, missing_optional_members_keep_their_values)
     EXPECT_EQ(s.retries, 1);
 }
 
-TEST(metastream_cache, an_optional_member_after_the_wanted_one_is_read_from_the_cache)
+TEST(MetastreamCache, AnOptionalMemberAfterTheWantedOneIsReadFromTheCache)
 {
     settings s;
     EXPECT_EQ(read_into(s, "{comment=\"c\",level=3}"), "");
@@ -215,13 +215,13 @@ TEST(metastream_cache, an_optional_member_after_the_wanted_one_is_read_from_the_
 
 // -- Bad input -----------------------------------------------------------------------
 
-TEST(metastream_cache, a_member_given_twice_is_refused)
+TEST(MetastreamCache, AMemberGivenTwiceIsRefused)
 {
     point p;
     EXPECT_EQ(read_into(p, "{y=1,y=2,x=3}"), ":point - data for member: y specified more than once at offset 7");
 }
 
-TEST(metastream_cache, a_member_given_twice_sets_the_redundant_member_code)
+TEST(MetastreamCache, AMemberGivenTwiceSetsTheRedundantMemberCode)
 {
     metastream m;
     point p;
@@ -230,13 +230,13 @@ TEST(metastream_cache, a_member_given_twice_sets_the_redundant_member_code)
     EXPECT_STREQ(m.err_code.info(), "redundant member data");
 }
 
-TEST(metastream_cache, an_unknown_member_is_refused)
+TEST(MetastreamCache, AnUnknownMemberIsRefused)
 {
     only_x v;
     EXPECT_EQ(read_into(v, "{y=1,x=2}"), ":only_x - member variable: y not defined at offset 3");
 }
 
-TEST(metastream_cache, an_unknown_member_sets_the_no_such_member_code)
+TEST(MetastreamCache, AnUnknownMemberSetsTheNoSuchMemberCode)
 {
     metastream m;
     only_x v;
@@ -245,27 +245,27 @@ TEST(metastream_cache, an_unknown_member_sets_the_no_such_member_code)
     EXPECT_STREQ(m.err_code.info(), "no such member variable");
 }
 
-TEST(metastream_cache, an_unknown_member_in_a_nested_structure_shows_the_root_only)
+TEST(MetastreamCache, AnUnknownMemberInANestedStructureShowsTheRootOnly)
 {
     shape s;
     EXPECT_EQ(read_into(s, "{name=\"a\",origin={z=1}}"), ":shape - member variable: z not defined at offset 20");
 }
 
-TEST(metastream_cache, a_wrong_value_in_a_nested_member_shows_the_whole_path)
+TEST(MetastreamCache, AWrongValueInANestedMemberShowsTheWholePath)
 {
     shape s;
     EXPECT_EQ(read_into(s, "{name=\"a\",origin={x=q}}"),
               ":shape.origin:point - error reading variable 'x', error: syntax error, format invalid : expected number at offset 20");
 }
 
-TEST(metastream_cache, a_cached_array_ended_early_reports_the_elements_left)
+TEST(MetastreamCache, ACachedArrayEndedEarlyReportsTheElementsLeft)
 {
     head_only h;
     EXPECT_EQ(read_into(h, "{list=[2:5,6],tail=1}"),
               ":head_only - error reading variable 'list', error: mismatched (format of something) : elements left in cached array at offset 20");
 }
 
-TEST(metastream_cache, an_obsolete_member_present_on_input_is_read_and_warned_about)
+TEST(MetastreamCache, AnObsoleteMemberPresentOnInputIsReadAndWarnedAbout)
 {
     log_capture logs;
     settings s;
@@ -278,7 +278,7 @@ TEST(metastream_cache, an_obsolete_member_present_on_input_is_read_and_warned_ab
     EXPECT_EQ(logs.full_lines().back().source, "metastream");
 }
 
-TEST(metastream_cache, an_obsolete_member_absent_from_input_gives_no_warning)
+TEST(MetastreamCache, AnObsoleteMemberAbsentFromInputGivesNoWarning)
 {
     log_capture logs;
     settings s;

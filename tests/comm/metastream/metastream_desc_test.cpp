@@ -55,7 +55,7 @@ void stream_meta(metastream& m, fresh_a* p)
 
 } // namespace
 
-TEST(metastream_desc, defining_charstr_twice_creates_one_array_and_one_char_descriptor)
+TEST(MetastreamDesc, DefiningCharstrTwiceCreatesOneArrayAndOneCharDescriptor)
 {
     // On a thread of its own, so that no other test has defined them yet.
     std::thread([] {
@@ -69,7 +69,7 @@ TEST(metastream_desc, defining_charstr_twice_creates_one_array_and_one_char_desc
     }).join();
 }
 
-TEST(metastream_desc, a_second_definition_of_charstr_adds_only_a_variable)
+TEST(MetastreamDesc, ASecondDefinitionOfCharstrAddsOnlyAVariable)
 {
     std::thread([] {
         metastream m;
@@ -83,7 +83,7 @@ TEST(metastream_desc, a_second_definition_of_charstr_adds_only_a_variable)
     }).join();
 }
 
-TEST(metastream_desc, an_array_of_arrays_closes_both_levels)
+TEST(MetastreamDesc, AnArrayOfArraysClosesBothLevels)
 {
     metastream m;
     define<dynarray<dynarray<int32_t>>>(m);
@@ -93,7 +93,7 @@ TEST(metastream_desc, an_array_of_arrays_closes_both_levels)
     EXPECT_TRUE(m.root.desc->children[0].desc->is_array);
 }
 
-TEST(metastream_desc, a_charstr_root_is_an_array_with_one_nameless_child)
+TEST(MetastreamDesc, ACharstrRootIsAnArrayWithOneNamelessChild)
 {
     metastream m;
     define<charstr>(m);
@@ -106,7 +106,7 @@ TEST(metastream_desc, a_charstr_root_is_an_array_with_one_nameless_child)
     EXPECT_EQ(d->children[0].desc->kind.word(), 0x50001u);
 }
 
-TEST(metastream_desc, the_key_descriptor_has_the_char_kind)
+TEST(MetastreamDesc, TheKeyDescriptorHasTheCharKind)
 {
     metastream m;
     define<bstype::key>(m);
@@ -114,7 +114,7 @@ TEST(metastream_desc, the_key_descriptor_has_the_char_kind)
     EXPECT_TRUE(m.root.desc->type_name == token("bstype::key"));
 }
 
-TEST(metastream_desc, a_type_is_defined_once_per_thread_and_found_by_name)
+TEST(MetastreamDesc, ATypeIsDefinedOncePerThreadAndFoundByName)
 {
     metastream m;
     define<shape>(m);
@@ -127,7 +127,7 @@ TEST(metastream_desc, a_type_is_defined_once_per_thread_and_found_by_name)
     EXPECT_EQ(d->stream_desc, d);
 }
 
-TEST(metastream_desc, a_structure_lists_its_members_in_order_with_flags)
+TEST(MetastreamDesc, AStructureListsItsMembersInOrderWithFlags)
 {
     metastream m;
     define<settings>(m);
@@ -139,7 +139,7 @@ TEST(metastream_desc, a_structure_lists_its_members_in_order_with_flags)
     EXPECT_FALSE(d->children[3].defval.is_empty());
 }
 
-TEST(metastream_desc, a_default_value_is_a_word_leading_to_the_value)
+TEST(MetastreamDesc, ADefaultValueIsAWordLeadingToTheValue)
 {
     const meta::byte_array& d = retries_default();
     ASSERT_EQ(d.size(), 12u); // the word, then the 4-byte value
@@ -151,7 +151,7 @@ TEST(metastream_desc, a_default_value_is_a_word_leading_to_the_value)
     EXPECT_EQ(value, 3);
 }
 
-TEST(metastream_desc, two_threads_defining_the_same_type_get_their_own_maps)
+TEST(MetastreamDesc, TwoThreadsDefiningTheSameTypeGetTheirOwnMaps)
 {
     metastream::structure_map* maps[2] = {};
     metastream::type_desc* descs[2] = {};
@@ -174,12 +174,12 @@ TEST(metastream_desc, two_threads_defining_the_same_type_get_their_own_maps)
     EXPECT_EQ(maps[0]->find("fresh_a"), descs[0]);
 }
 
-TEST(metastream_desc, the_same_thread_always_gets_the_same_map)
+TEST(MetastreamDesc, TheSameThreadAlwaysGetsTheSameMap)
 {
     EXPECT_EQ(&metastream::get_structure_map(), &metastream::get_structure_map());
 }
 
-TEST(metastream_desc, a_second_definition_with_another_kind_leaves_the_first)
+TEST(MetastreamDesc, ASecondDefinitionWithAnotherKindLeavesTheFirst)
 {
     metastream m;
     m.reset(false, false);
@@ -191,7 +191,7 @@ TEST(metastream_desc, a_second_definition_with_another_kind_leaves_the_first)
     EXPECT_EQ(m.root.desc->kind.word(), bstype::kind_of<int32_t>().word());
 }
 
-TEST(metastream_desc, create_refuses_a_name_that_is_there)
+TEST(MetastreamDesc, CreateRefusesANameThatIsThere)
 {
     metastream::structure_map map;
     EXPECT_NE(map.create("t", bstype::kind_of<int16_t>(), 0), nullptr);
@@ -199,13 +199,13 @@ TEST(metastream_desc, create_refuses_a_name_that_is_there)
     EXPECT_EQ(map.find("t")->object_size, 2u);
 }
 
-TEST(metastream_desc, a_new_map_starts_with_64_buckets)
+TEST(MetastreamDesc, ANewMapStartsWith64Buckets)
 {
     metastream::structure_map map;
     EXPECT_EQ(map.map->table.bucket_count(), 64u);
 }
 
-TEST(metastream_desc, an_anonymous_descriptor_has_the_defaults)
+TEST(MetastreamDesc, AnAnonymousDescriptorHasTheDefaults)
 {
     metastream::structure_map map;
     metastream::type_desc* d = map.create_anonymous();
@@ -217,7 +217,7 @@ TEST(metastream_desc, an_anonymous_descriptor_has_the_defaults)
     EXPECT_EQ(map.map->anonymous.size(), 1u);
 }
 
-TEST(metastream_desc, list_gives_every_keyed_descriptor)
+TEST(MetastreamDesc, ListGivesEveryKeyedDescriptor)
 {
     metastream::structure_map map;
     map.create("a", bstype::kind_of<int8_t>(), 0);
@@ -227,7 +227,7 @@ TEST(metastream_desc, list_gives_every_keyed_descriptor)
     EXPECT_EQ(all.size(), 2u);
 }
 
-TEST(metastream_desc, add_var_copies_the_name_and_an_empty_name_stays_empty)
+TEST(MetastreamDesc, AddVarCopiesTheNameAndAnEmptyNameStaysEmpty)
 {
     metastream::type_desc parent;
     metastream::type_desc child;

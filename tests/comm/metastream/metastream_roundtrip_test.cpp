@@ -45,36 +45,36 @@ shape sample_shape()
 
 } // namespace
 
-TEST(metastream_roundtrip, a_charstr_is_written_as_a_quoted_string)
+TEST(MetastreamRoundtrip, ACharstrIsWrittenAsAQuotedString)
 {
     EXPECT_EQ(write_text(charstr("hello")), "\"hello\"");
 }
 
-TEST(metastream_roundtrip, a_charstr_comes_back_whole)
+TEST(MetastreamRoundtrip, ACharstrComesBackWhole)
 {
     EXPECT_TRUE(read_text<charstr>("\"a\\\"b\"") == "a\"b");
 }
 
-TEST(metastream_roundtrip, a_structure_is_written_in_member_order_with_keys)
+TEST(MetastreamRoundtrip, AStructureIsWrittenInMemberOrderWithKeys)
 {
     EXPECT_EQ(write_text(point{1, -2}), "{x=1,y=-2}");
 }
 
-TEST(metastream_roundtrip, a_shape_is_written_with_nested_members_and_arrays)
+TEST(MetastreamRoundtrip, AShapeIsWrittenWithNestedMembersAndArrays)
 {
     EXPECT_EQ(write_text(sample_shape()),
               "{name=\"box \\\"one\\\"\",origin={x=-3,y=9},vertices=[2:{x=1,y=2},{x=3,y=4}],"
               "weights=[3:10,-20,30],corners=[4:1,0,0,-4],scale=1.25,closed=true}");
 }
 
-TEST(metastream_roundtrip, a_shape_read_back_equals_the_one_written)
+TEST(MetastreamRoundtrip, AShapeReadBackEqualsTheOneWritten)
 {
     shape s = sample_shape();
     shape back = read_text<shape>(write_text(s));
     EXPECT_TRUE(back == s);
 }
 
-TEST(metastream_roundtrip, settings_written_leave_out_the_obsolete_member)
+TEST(MetastreamRoundtrip, SettingsWrittenLeaveOutTheObsoleteMember)
 {
     settings s;
     s.level = 2;
@@ -84,7 +84,7 @@ TEST(metastream_roundtrip, settings_written_leave_out_the_obsolete_member)
     EXPECT_NE(text.find("level=2"), std::string::npos) << text;
 }
 
-TEST(metastream_roundtrip, settings_read_back_equal_the_ones_written_member_by_member)
+TEST(MetastreamRoundtrip, SettingsReadBackEqualTheOnesWrittenMemberByMember)
 {
     settings s;
     s.level = 5;
@@ -104,7 +104,7 @@ TEST(metastream_roundtrip, settings_read_back_equal_the_ones_written_member_by_m
     EXPECT_EQ(back.ports[0], 1);
 }
 
-TEST(metastream_roundtrip, a_framed_shape_read_back_equals_the_one_written)
+TEST(MetastreamRoundtrip, AFramedShapeReadBackEqualsTheOneWritten)
 {
     framed f;
     f.title = "t";
@@ -193,14 +193,14 @@ void round_trip_forests(generator& g, text_format& f)
 
 } // namespace
 
-TEST(metastream_roundtrip, generated_forests_of_ten_thousand_values_come_back_equal)
+TEST(MetastreamRoundtrip, GeneratedForestsOfTenThousandValuesComeBackEqual)
 {
     generator g;
     text_format f;
     round_trip_forests(g, f);
 }
 
-TEST(metastream_roundtrip, generated_forests_read_back_with_members_out_of_order_at_every_depth_come_back_equal)
+TEST(MetastreamRoundtrip, GeneratedForestsReadBackWithMembersOutOfOrderAtEveryDepthComeBackEqual)
 {
     generator g;
     std::mt19937 order{977};

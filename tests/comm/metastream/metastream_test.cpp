@@ -95,7 +95,7 @@ shape one_vertex_shape()
 
 // -- Writing --------------------------------------------------------------------------
 
-TEST(metastream, a_charstr_on_a_run_without_cache_makes_three_format_calls)
+TEST(Metastream, ACharstrOnARunWithoutCacheMakesThreeFormatCalls)
 {
     recording_format f;
     metastream m;
@@ -104,7 +104,7 @@ TEST(metastream, a_charstr_on_a_run_without_cache_makes_three_format_calls)
     EXPECT_EQ(f.ops(), "write write_array_content write");
 }
 
-TEST(metastream, a_charstr_goes_out_as_begin_marker_content_and_end_marker)
+TEST(Metastream, ACharstrGoesOutAsBeginMarkerContentAndEndMarker)
 {
     recording_format f;
     metastream m;
@@ -114,7 +114,7 @@ TEST(metastream, a_charstr_goes_out_as_begin_marker_content_and_end_marker)
     EXPECT_EQ(f.ops(true), "write:10050008 write_array_content:4050001 write:20050000");
 }
 
-TEST(metastream, a_root_structure_sends_its_markers_with_the_root_flag)
+TEST(Metastream, ARootStructureSendsItsMarkersWithTheRootFlag)
 {
     recording_format f;
     metastream m;
@@ -125,7 +125,7 @@ TEST(metastream, a_root_structure_sends_its_markers_with_the_root_flag)
     EXPECT_EQ(f.calls.back().kind, 0x400C0000u);
 }
 
-TEST(metastream, a_nested_structure_sends_its_markers_without_the_root_flag)
+TEST(Metastream, ANestedStructureSendsItsMarkersWithoutTheRootFlag)
 {
     recording_format f;
     metastream m;
@@ -139,7 +139,7 @@ TEST(metastream, a_nested_structure_sends_its_markers_without_the_root_flag)
         << ops;
 }
 
-TEST(metastream, an_obsolete_member_is_not_written)
+TEST(Metastream, AnObsoleteMemberIsNotWritten)
 {
     text_format f;
     metastream m;
@@ -152,7 +152,7 @@ TEST(metastream, an_obsolete_member_is_not_written)
 
 // -- Reading: results and failures ---------------------------------------------------
 
-TEST(metastream, a_missing_optional_member_returns_nmore_to_the_streaming_function)
+TEST(Metastream, AMissingOptionalMemberReturnsNmoreToTheStreamingFunction)
 {
     text_format f;
     f.set_input("{b=4}");
@@ -166,7 +166,7 @@ TEST(metastream, a_missing_optional_member_returns_nmore_to_the_streaming_functi
     EXPECT_EQ(p.a, 9);
 }
 
-TEST(metastream, the_run_goes_on_after_a_missing_optional_member)
+TEST(Metastream, TheRunGoesOnAfterAMissingOptionalMember)
 {
     text_format f;
     f.set_input("{b=4}");
@@ -177,25 +177,25 @@ TEST(metastream, the_run_goes_on_after_a_missing_optional_member)
     EXPECT_EQ(p.b, 4);
 }
 
-TEST(metastream, reading_with_all_members_missing_names_the_first)
+TEST(Metastream, ReadingWithAllMembersMissingNamesTheFirst)
 {
     point p;
     EXPECT_EQ(read_failure(p, "{}"), ":point - variable 'x' not found and no default value provided at offset 1");
 }
 
-TEST(metastream, a_missing_opening_token_is_reported_with_a_line_feed_at_its_end)
+TEST(Metastream, AMissingOpeningTokenIsReportedWithALineFeedAtItsEnd)
 {
     point p;
     EXPECT_EQ(read_failure(p, "x=1"), " - error reading struct opening token\n at offset 0");
 }
 
-TEST(metastream, trailing_input_in_a_structure_is_reported_as_a_missing_closing_token)
+TEST(Metastream, TrailingInputInAStructureIsReportedAsAMissingClosingToken)
 {
     point p;
     EXPECT_EQ(read_failure(p, "{x=1,y=2,z=3}"), " - error reading struct closing token at offset 8");
 }
 
-TEST(metastream, a_fixed_array_given_too_many_elements_is_refused)
+TEST(Metastream, AFixedArrayGivenTooManyElementsIsRefused)
 {
     shape s;
     text_format f;
@@ -213,7 +213,7 @@ TEST(metastream, a_fixed_array_given_too_many_elements_is_refused)
 
 // -- Position text --------------------------------------------------------------------
 
-TEST(metastream, an_empty_err_gets_no_leading_line_feed)
+TEST(Metastream, AnEmptyErrGetsNoLeadingLineFeed)
 {
     metastream m;
     m.dump_stack(0, nullptr);
@@ -221,7 +221,7 @@ TEST(metastream, an_empty_err_gets_no_leading_line_feed)
     EXPECT_EQ(std::string(m.err.c_str()), "x");
 }
 
-TEST(metastream, a_non_empty_err_gets_a_line_feed_before_the_position)
+TEST(Metastream, ANonEmptyErrGetsALineFeedBeforeThePosition)
 {
     metastream m;
     m.err << "warning";
@@ -229,7 +229,7 @@ TEST(metastream, a_non_empty_err_gets_a_line_feed_before_the_position)
     EXPECT_EQ(std::string(m.err.c_str()), "warning\n");
 }
 
-TEST(metastream, the_position_shows_names_array_sizes_and_type_names)
+TEST(Metastream, ThePositionShowsNamesArraySizesAndTypeNames)
 {
     text_format f;
     metastream m;
@@ -245,7 +245,7 @@ TEST(metastream, the_position_shows_names_array_sizes_and_type_names)
 
 // -- Allocation ---------------------------------------------------------------------------
 
-TEST(metastream, a_second_write_and_read_of_a_type_allocate_nothing)
+TEST(Metastream, ASecondWriteAndReadOfATypeAllocateNothing)
 {
     text_format f;
     metastream m;
@@ -269,7 +269,7 @@ TEST(metastream, a_second_write_and_read_of_a_type_allocate_nothing)
     EXPECT_TRUE(back == s);
 }
 
-TEST(metastream, a_read_through_the_cache_allocates_on_first_use_only)
+TEST(Metastream, AReadThroughTheCacheAllocatesOnFirstUseOnly)
 {
     text_format f;
     metastream m;
@@ -286,7 +286,7 @@ TEST(metastream, a_read_through_the_cache_allocates_on_first_use_only)
 
 // -- Failures of the format, one row each ---------------------------------------------
 
-TEST(metastream_failure, a_failed_separator_between_plain_values_is_reported_with_the_read_position)
+TEST(MetastreamFailure, AFailedSeparatorBetweenPlainValuesIsReportedWithTheReadPosition)
 {
     failing_format f;
     f.fail = failing_format::op::read_separator;
@@ -305,7 +305,7 @@ TEST(metastream_failure, a_failed_separator_between_plain_values_is_reported_wit
     }
 }
 
-TEST(metastream_failure, a_failed_array_separator_read_is_reported_with_the_read_position)
+TEST(MetastreamFailure, AFailedArraySeparatorReadIsReportedWithTheReadPosition)
 {
     failing_format f;
     f.fail = failing_format::op::read_array_separator;
@@ -315,7 +315,7 @@ TEST(metastream_failure, a_failed_array_separator_read_is_reported_with_the_read
               ":shape - error reading array separator: io error during processing : data left in input buffer at offset 37");
 }
 
-TEST(metastream_failure, a_failed_array_separator_write_is_reported_without_a_position_of_the_format)
+TEST(MetastreamFailure, AFailedArraySeparatorWriteIsReportedWithoutAPositionOfTheFormat)
 {
     failing_format f;
     f.fail = failing_format::op::write_array_separator;
@@ -324,7 +324,7 @@ TEST(metastream_failure, a_failed_array_separator_write_is_reported_without_a_po
               ":shape - error writing array separator: io error during processing : write operation failed");
 }
 
-TEST(metastream_failure, a_failed_value_write_names_the_variable_with_the_read_position)
+TEST(MetastreamFailure, AFailedValueWriteNamesTheVariableWithTheReadPosition)
 {
     failing_format f;
     f.fail = failing_format::op::write_value;
@@ -333,7 +333,7 @@ TEST(metastream_failure, a_failed_value_write_names_the_variable_with_the_read_p
               ":point - error writing variable 'x', error: io error during processing : write operation failed at offset 0");
 }
 
-TEST(metastream_failure, a_failed_opening_token_write_is_reported_without_a_position_of_the_format)
+TEST(MetastreamFailure, AFailedOpeningTokenWriteIsReportedWithoutAPositionOfTheFormat)
 {
     failing_format f;
     f.fail = failing_format::op::write_struct_open;
@@ -342,7 +342,7 @@ TEST(metastream_failure, a_failed_opening_token_write_is_reported_without_a_posi
     EXPECT_EQ(write_failure_through(f, one_vertex_shape()), ":shape - error writing struct opening token\n");
 }
 
-TEST(metastream_failure, a_failed_closing_token_write_is_reported_without_a_position_of_the_format)
+TEST(MetastreamFailure, AFailedClosingTokenWriteIsReportedWithoutAPositionOfTheFormat)
 {
     failing_format f;
     f.fail = failing_format::op::write_struct_close;
@@ -351,7 +351,7 @@ TEST(metastream_failure, a_failed_closing_token_write_is_reported_without_a_posi
     EXPECT_EQ(write_failure_through(f, one_vertex_shape()), ":shape - error writing struct closing token");
 }
 
-TEST(metastream_failure, a_failed_key_read_names_the_variable_sought_with_the_outer_level_and_the_read_position)
+TEST(MetastreamFailure, AFailedKeyReadNamesTheVariableSoughtWithTheOuterLevelAndTheReadPosition)
 {
     failing_format f;
     f.fail = failing_format::op::read_key;
@@ -362,7 +362,7 @@ TEST(metastream_failure, a_failed_key_read_names_the_variable_sought_with_the_ou
               ":shape - error while seeking for variable 'x': io error during processing : data left in input buffer at offset 18");
 }
 
-TEST(metastream_failure, a_failed_key_write_names_the_variable_with_the_outer_level_and_no_position_of_the_format)
+TEST(MetastreamFailure, AFailedKeyWriteNamesTheVariableWithTheOuterLevelAndNoPositionOfTheFormat)
 {
     failing_format f;
     f.fail = failing_format::op::write_key;

@@ -168,7 +168,7 @@ std::string pattern(size_t n)
 
 // A connected pair of stream sockets on 127.0.0.1: the client and the
 // server's end from accept, and the listener.
-class stream_pair : public ::testing::Test
+class StreamPair : public ::testing::Test
 {
 protected:
     void SetUp() override
@@ -234,14 +234,14 @@ bool deliver(net_socket& from, net_socket& to, uint16_t port)
 
 // -- Life ---------------------------------------------------------------------------
 
-TEST(net_socket, new_one_has_no_handle)
+TEST(NetSocket, NewOneHasNoHandle)
 {
     net_socket s;
     EXPECT_FALSE(s.is_valid());
     EXPECT_EQ(s.handle(), ~uint64_t(0));
 }
 
-TEST(net_socket, open_stream_makes_a_tcp_socket)
+TEST(NetSocket, OpenStreamMakesATcpSocket)
 {
     net_socket s;
     closer c;
@@ -251,7 +251,7 @@ TEST(net_socket, open_stream_makes_a_tcp_socket)
     EXPECT_EQ(int_option(s, SO_DOMAIN), AF_INET);
 }
 
-TEST(net_socket, open_datagram_makes_a_udp_socket)
+TEST(NetSocket, OpenDatagramMakesAUdpSocket)
 {
     net_socket s;
     ASSERT_TRUE(s.open(false));
@@ -259,7 +259,7 @@ TEST(net_socket, open_datagram_makes_a_udp_socket)
     s.close();
 }
 
-TEST(net_socket, open_on_an_open_socket_closes_the_old_one)
+TEST(NetSocket, OpenOnAnOpenSocketClosesTheOldOne)
 {
     net_socket s, probe;
     closer c;
@@ -273,7 +273,7 @@ TEST(net_socket, open_on_an_open_socket_closes_the_old_one)
     EXPECT_EQ(net_socket::last_error(), ECONNREFUSED);
 }
 
-TEST(net_socket, close_leaves_no_handle)
+TEST(NetSocket, CloseLeavesNoHandle)
 {
     net_socket s;
     ASSERT_TRUE(s.open(true));
@@ -283,21 +283,21 @@ TEST(net_socket, close_leaves_no_handle)
     EXPECT_EQ(fcntl(h, F_GETFD), -1);
 }
 
-TEST(net_socket, close_on_a_closed_socket_does_nothing)
+TEST(NetSocket, CloseOnAClosedSocketDoesNothing)
 {
     net_socket s;
     s.close();
     EXPECT_FALSE(s.is_valid());
 }
 
-TEST(net_socket, lingering_close_on_a_closed_socket_does_nothing)
+TEST(NetSocket, LingeringCloseOnAClosedSocketDoesNothing)
 {
     net_socket s;
     s.lingering_close();
     EXPECT_FALSE(s.is_valid());
 }
 
-TEST(net_socket, assign_closes_the_old_handle_and_keeps_the_new)
+TEST(NetSocket, AssignClosesTheOldHandleAndKeepsTheNew)
 {
     int p[2];
     ASSERT_EQ(pipe(p), 0);
@@ -309,7 +309,7 @@ TEST(net_socket, assign_closes_the_old_handle_and_keeps_the_new)
     s.close();
 }
 
-TEST(net_socket, destructor_leaves_the_handle_open)
+TEST(NetSocket, DestructorLeavesTheHandleOpen)
 {
     int h;
     {
@@ -321,7 +321,7 @@ TEST(net_socket, destructor_leaves_the_handle_open)
     close(h);
 }
 
-TEST(net_socket, move_hands_the_handle_over)
+TEST(NetSocket, MoveHandsTheHandleOver)
 {
     net_socket a;
     ASSERT_TRUE(a.open(true));
@@ -334,14 +334,14 @@ TEST(net_socket, move_hands_the_handle_over)
 
 // -- No handle --------------------------------------------------------------------
 
-TEST(net_socket, send_on_a_closed_socket_throws_disconnected)
+TEST(NetSocket, SendOnAClosedSocketThrowsDisconnected)
 {
     net_socket s;
     char buf[4] = {};
     EXPECT_TRUE(throws_disconnected([&] { s.send(buf, 4, 0); }));
 }
 
-TEST(net_socket, every_operation_that_needs_a_handle_throws_disconnected)
+TEST(NetSocket, EveryOperationThatNeedsAHandleThrowsDisconnected)
 {
     net_socket s;
     net_address a;
@@ -362,26 +362,26 @@ TEST(net_socket, every_operation_that_needs_a_handle_throws_disconnected)
     EXPECT_TRUE(throws_disconnected([&] { s.set_linger(1, 1); }));
 }
 
-TEST(net_socket, wait_read_on_a_closed_socket_gives_minus_one_without_throw)
+TEST(NetSocket, WaitReadOnAClosedSocketGivesMinusOneWithoutThrow)
 {
     net_socket s;
     EXPECT_EQ(s.wait_read(0), -1);
     EXPECT_EQ(s.wait_read(-1), -1);
 }
 
-TEST(net_socket, wait_write_on_a_closed_socket_gives_minus_one_without_throw)
+TEST(NetSocket, WaitWriteOnAClosedSocketGivesMinusOneWithoutThrow)
 {
     net_socket s;
     EXPECT_EQ(s.wait_write(-1), -1);
 }
 
-TEST(net_socket, connected_on_a_closed_socket_gives_zero)
+TEST(NetSocket, ConnectedOnAClosedSocketGivesZero)
 {
     net_socket s;
     EXPECT_EQ(s.connected(), 0);
 }
 
-TEST(net_socket, addresses_of_a_closed_socket_are_null)
+TEST(NetSocket, AddressesOfAClosedSocketAreNull)
 {
     net_socket s;
     net_address a;
@@ -391,7 +391,7 @@ TEST(net_socket, addresses_of_a_closed_socket_are_null)
 
 // -- Streams ---------------------------------------------------------------------------
 
-TEST_F(stream_pair, echo_returns_every_message)
+TEST_F(StreamPair, EchoReturnsEveryMessage)
 {
     std::thread echo([this] {
         char buf[4096];
@@ -411,21 +411,21 @@ TEST_F(stream_pair, echo_returns_every_message)
     echo.join();
 }
 
-TEST_F(stream_pair, accept_gives_the_peer_address)
+TEST_F(StreamPair, AcceptGivesThePeerAddress)
 {
     net_address mine;
     ASSERT_NE(client.local_address(mine), nullptr);
     EXPECT_EQ(text_of(accepted_peer), text_of(mine));
 }
 
-TEST_F(stream_pair, local_address_gives_the_bound_address_and_port)
+TEST_F(StreamPair, LocalAddressGivesTheBoundAddressAndPort)
 {
     net_address a;
     ASSERT_EQ(listener.local_address(a), &a);
     EXPECT_EQ(text_of(a), "127.0.0.1:" + std::to_string(port));
 }
 
-TEST_F(stream_pair, peer_address_of_a_loopback_peer_gives_the_machine_address_and_port)
+TEST_F(StreamPair, PeerAddressOfALoopbackPeerGivesTheMachineAddressAndPort)
 {
     velk::testing::fake_names names;
     names.tables().address["probe-host"] = velk::testing::net_order(10, 1, 2, 3);
@@ -434,12 +434,12 @@ TEST_F(stream_pair, peer_address_of_a_loopback_peer_gives_the_machine_address_an
     EXPECT_EQ(text_of(a), "10.1.2.3:" + std::to_string(port));
 }
 
-TEST_F(stream_pair, connected_after_connect_gives_one)
+TEST_F(StreamPair, ConnectedAfterConnectGivesOne)
 {
     EXPECT_EQ(client.connected(), 1);
 }
 
-TEST_F(stream_pair, wait_read_that_expires_gives_zero_after_the_time)
+TEST_F(StreamPair, WaitReadThatExpiresGivesZeroAfterTheTime)
 {
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(client.wait_read(100), 0);
@@ -447,18 +447,18 @@ TEST_F(stream_pair, wait_read_that_expires_gives_zero_after_the_time)
     EXPECT_GE(waited, std::chrono::milliseconds(95));
 }
 
-TEST_F(stream_pair, wait_read_of_zero_does_not_wait)
+TEST_F(StreamPair, WaitReadOfZeroDoesNotWait)
 {
     EXPECT_EQ(client.wait_read(0), 0);
 }
 
-TEST_F(stream_pair, wait_read_gives_one_when_data_is_there)
+TEST_F(StreamPair, WaitReadGivesOneWhenDataIsThere)
 {
     ASSERT_EQ(server.send("x", 1, 0), 1);
     EXPECT_EQ(client.wait_read(patience_ms), 1);
 }
 
-TEST_F(stream_pair, wait_read_without_limit_returns_when_data_comes)
+TEST_F(StreamPair, WaitReadWithoutLimitReturnsWhenDataComes)
 {
     std::thread late([this] {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -468,12 +468,12 @@ TEST_F(stream_pair, wait_read_without_limit_returns_when_data_comes)
     late.join();
 }
 
-TEST_F(stream_pair, wait_write_on_a_connected_socket_gives_one)
+TEST_F(StreamPair, WaitWriteOnAConnectedSocketGivesOne)
 {
     EXPECT_EQ(client.wait_write(patience_ms), 1);
 }
 
-TEST_F(stream_pair, receiving_from_a_peer_that_closes_mid_transfer_gives_the_data_then_the_end)
+TEST_F(StreamPair, ReceivingFromAPeerThatClosesMidTransferGivesTheDataThenTheEnd)
 {
     // The peer meant to send 1000 bytes and stops after 100.
     ASSERT_TRUE(send_all(server, pattern(100)));
@@ -484,7 +484,7 @@ TEST_F(stream_pair, receiving_from_a_peer_that_closes_mid_transfer_gives_the_dat
     EXPECT_EQ(last, 0);
 }
 
-TEST_F(stream_pair, sending_to_a_peer_that_has_closed_fails_with_an_error_not_a_signal)
+TEST_F(StreamPair, SendingToAPeerThatHasClosedFailsWithAnErrorNotASignal)
 {
     server.close();
     std::string chunk = pattern(65536);
@@ -499,7 +499,7 @@ TEST_F(stream_pair, sending_to_a_peer_that_has_closed_fails_with_an_error_not_a_
     EXPECT_TRUE(err == EPIPE || err == ECONNRESET) << "error " << err;
 }
 
-TEST_F(stream_pair, lingering_close_delivers_all_that_was_sent_then_the_end)
+TEST_F(StreamPair, LingeringCloseDeliversAllThatWasSentThenTheEnd)
 {
     std::string data = pattern(300000);
     std::thread sender([&] {
@@ -515,7 +515,7 @@ TEST_F(stream_pair, lingering_close_delivers_all_that_was_sent_then_the_end)
     EXPECT_FALSE(client.is_valid());
 }
 
-TEST_F(stream_pair, lingering_close_with_unread_data_does_not_reset_the_connection)
+TEST_F(StreamPair, LingeringCloseWithUnreadDataDoesNotResetTheConnection)
 {
     // A close with unread data resets the connection, and the peer could
     // then no longer send; reading first avoids it.
@@ -532,7 +532,7 @@ TEST_F(stream_pair, lingering_close_with_unread_data_does_not_reset_the_connecti
     EXPECT_EQ(server.send("x", 1, 0), 1) << "error " << errno;
 }
 
-TEST_F(stream_pair, recv_after_the_peer_ended_gives_zero)
+TEST_F(StreamPair, RecvAfterThePeerEndedGivesZero)
 {
     server.lingering_close();
     ASSERT_EQ(client.wait_read(patience_ms), 1);
@@ -542,7 +542,7 @@ TEST_F(stream_pair, recv_after_the_peer_ended_gives_zero)
 
 // -- Connecting -----------------------------------------------------------------------------
 
-TEST(net_socket, connect_to_a_closed_port_is_refused)
+TEST(NetSocket, ConnectToAClosedPortIsRefused)
 {
     // A bound socket that doesn't listen keeps the port from others and refuses.
     net_socket holder, s;
@@ -557,7 +557,7 @@ TEST(net_socket, connect_to_a_closed_port_is_refused)
     EXPECT_EQ(net_socket::last_error(), ECONNREFUSED);
 }
 
-TEST(net_socket, connect_takes_the_port_from_the_name)
+TEST(NetSocket, ConnectTakesThePortFromTheName)
 {
     net_socket l, s;
     closer c;
@@ -570,7 +570,7 @@ TEST(net_socket, connect_takes_the_port_from_the_name)
     EXPECT_EQ(s.connect(token(name.data(), name.size()), 1, false), 0);
 }
 
-TEST(net_socket, connect_keeps_the_given_port_with_override)
+TEST(NetSocket, ConnectKeepsTheGivenPortWithOverride)
 {
     net_socket l, s;
     closer c;
@@ -582,7 +582,7 @@ TEST(net_socket, connect_keeps_the_given_port_with_override)
     EXPECT_EQ(s.connect("127.0.0.1:1", port, true), 0);
 }
 
-TEST(net_socket, connect_to_broadcast_switches_broadcast_on_first)
+TEST(NetSocket, ConnectToBroadcastSwitchesBroadcastOnFirst)
 {
     net_socket s;
     closer c;
@@ -597,7 +597,7 @@ TEST(net_socket, connect_to_broadcast_switches_broadcast_on_first)
         EXPECT_NE(s.last_error(), EACCES);
 }
 
-TEST(net_socket, connect_to_another_address_leaves_broadcast_off)
+TEST(NetSocket, ConnectToAnotherAddressLeavesBroadcastOff)
 {
     net_socket s;
     closer c;
@@ -607,7 +607,7 @@ TEST(net_socket, connect_to_another_address_leaves_broadcast_off)
     EXPECT_EQ(int_option(s, SO_BROADCAST), 0);
 }
 
-TEST(net_socket, connect_without_blocking_is_pending_then_fails_on_a_closed_port)
+TEST(NetSocket, ConnectWithoutBlockingIsPendingThenFailsOnAClosedPort)
 {
     net_socket holder, s;
     closer c;
@@ -626,7 +626,7 @@ TEST(net_socket, connect_without_blocking_is_pending_then_fails_on_a_closed_port
     EXPECT_EQ(s.connected(), -1);
 }
 
-TEST(net_socket, connect_without_blocking_completes_to_a_listener)
+TEST(NetSocket, ConnectWithoutBlockingCompletesToAListener)
 {
     net_socket l, s;
     closer c;
@@ -643,7 +643,7 @@ TEST(net_socket, connect_without_blocking_completes_to_a_listener)
     EXPECT_EQ(s.connected(), 1);
 }
 
-TEST(net_socket, connected_on_a_socket_that_never_connected_gives_zero)
+TEST(NetSocket, ConnectedOnASocketThatNeverConnectedGivesZero)
 {
     net_socket s;
     closer c;
@@ -652,7 +652,7 @@ TEST(net_socket, connected_on_a_socket_that_never_connected_gives_zero)
     EXPECT_EQ(s.connected(), 0);
 }
 
-TEST(net_socket, bind_without_host_binds_any_which_reads_as_loopback)
+TEST(NetSocket, BindWithoutHostBindsAnyWhichReadsAsLoopback)
 {
     net_socket s;
     closer c;
@@ -665,7 +665,7 @@ TEST(net_socket, bind_without_host_binds_any_which_reads_as_loopback)
     EXPECT_NE(a.port(), 0);
 }
 
-TEST(net_socket, peer_address_of_an_unconnected_socket_is_null)
+TEST(NetSocket, PeerAddressOfAnUnconnectedSocketIsNull)
 {
     net_socket s;
     closer c;
@@ -675,7 +675,7 @@ TEST(net_socket, peer_address_of_an_unconnected_socket_is_null)
     EXPECT_EQ(s.peer_address(a), nullptr);
 }
 
-TEST(net_socket, accept_without_blocking_and_without_a_client_would_block)
+TEST(NetSocket, AcceptWithoutBlockingAndWithoutAClientWouldBlock)
 {
     net_socket l;
     closer c;
@@ -689,7 +689,7 @@ TEST(net_socket, accept_without_blocking_and_without_a_client_would_block)
 
 // -- Datagrams --------------------------------------------------------------------------------
 
-TEST(net_socket, datagram_arrives_with_the_sender_address)
+TEST(NetSocket, DatagramArrivesWithTheSenderAddress)
 {
     net_socket a, b;
     closer c;
@@ -708,7 +708,7 @@ TEST(net_socket, datagram_arrives_with_the_sender_address)
     EXPECT_EQ(text_of(from), "127.0.0.1:" + std::to_string(pa));
 }
 
-TEST(net_socket, datagrams_keep_their_boundaries)
+TEST(NetSocket, DatagramsKeepTheirBoundaries)
 {
     net_socket a, b;
     closer c;
@@ -726,7 +726,7 @@ TEST(net_socket, datagrams_keep_their_boundaries)
     EXPECT_EQ(b.recvfrom(buf, sizeof buf, 0, from), 5);
 }
 
-TEST(net_socket, connected_datagram_socket_sends_and_receives)
+TEST(NetSocket, ConnectedDatagramSocketSendsAndReceives)
 {
     net_socket a, b;
     closer c;
@@ -745,7 +745,7 @@ TEST(net_socket, connected_datagram_socket_sends_and_receives)
 
 // -- Blocking and its errors ----------------------------------------------------------------
 
-TEST(net_socket, recv_without_blocking_and_without_data_would_block)
+TEST(NetSocket, RecvWithoutBlockingAndWithoutDataWouldBlock)
 {
     net_socket s;
     closer c;
@@ -757,7 +757,7 @@ TEST(net_socket, recv_without_blocking_and_without_data_would_block)
     EXPECT_TRUE(net_socket::would_block());
 }
 
-TEST(net_socket, would_block_consumes_the_error)
+TEST(NetSocket, WouldBlockConsumesTheError)
 {
     net_socket s;
     closer c;
@@ -771,20 +771,20 @@ TEST(net_socket, would_block_consumes_the_error)
     EXPECT_FALSE(net_socket::would_block());
 }
 
-TEST(net_socket, would_block_is_false_for_a_real_error_and_clears_it)
+TEST(NetSocket, WouldBlockIsFalseForARealErrorAndClearsIt)
 {
     errno = ECONNREFUSED;
     EXPECT_FALSE(net_socket::would_block());
     EXPECT_EQ(net_socket::last_error(), 0);
 }
 
-TEST(net_socket, would_block_is_false_without_an_error)
+TEST(NetSocket, WouldBlockIsFalseWithoutAnError)
 {
     errno = 0;
     EXPECT_FALSE(net_socket::would_block());
 }
 
-TEST(net_socket, would_block_is_true_for_an_operation_in_progress)
+TEST(NetSocket, WouldBlockIsTrueForAnOperationInProgress)
 {
     errno = EINPROGRESS;
     EXPECT_TRUE(net_socket::would_block());
@@ -792,7 +792,7 @@ TEST(net_socket, would_block_is_true_for_an_operation_in_progress)
     EXPECT_TRUE(net_socket::would_block());
 }
 
-TEST(net_socket, set_blocking_switches_the_mode)
+TEST(NetSocket, SetBlockingSwitchesTheMode)
 {
     net_socket s;
     closer c;
@@ -806,7 +806,7 @@ TEST(net_socket, set_blocking_switches_the_mode)
 
 // -- Options ---------------------------------------------------------------------------------
 
-TEST(net_socket, set_buffers_sets_the_receive_buffer)
+TEST(NetSocket, SetBuffersSetsTheReceiveBuffer)
 {
     net_socket s;
     closer c;
@@ -816,7 +816,7 @@ TEST(net_socket, set_buffers_sets_the_receive_buffer)
     EXPECT_GE(int_option(s, SO_RCVBUF), 65536);
 }
 
-TEST(net_socket, set_buffers_sets_the_send_buffer)
+TEST(NetSocket, SetBuffersSetsTheSendBuffer)
 {
     net_socket s;
     closer c;
@@ -826,7 +826,7 @@ TEST(net_socket, set_buffers_sets_the_send_buffer)
     EXPECT_GE(int_option(s, SO_SNDBUF), 131072);
 }
 
-TEST(net_socket, set_buffers_with_neither_size_throws_failed)
+TEST(NetSocket, SetBuffersWithNeitherSizeThrowsFailed)
 {
     net_socket s;
     closer c;
@@ -840,7 +840,7 @@ TEST(net_socket, set_buffers_with_neither_size_throws_failed)
     }
 }
 
-TEST(net_socket, set_buffers_refused_by_the_system_throws_failed)
+TEST(NetSocket, SetBuffersRefusedByTheSystemThrowsFailed)
 {
     int p[2];
     ASSERT_EQ(pipe(p), 0);
@@ -855,7 +855,7 @@ TEST(net_socket, set_buffers_refused_by_the_system_throws_failed)
     close(p[1]);
 }
 
-TEST(net_socket, set_broadcast_refused_by_the_system_throws_failed)
+TEST(NetSocket, SetBroadcastRefusedByTheSystemThrowsFailed)
 {
     int p[2];
     ASSERT_EQ(pipe(p), 0);
@@ -870,7 +870,7 @@ TEST(net_socket, set_broadcast_refused_by_the_system_throws_failed)
     close(p[1]);
 }
 
-TEST(net_socket, set_broadcast_switches_broadcast)
+TEST(NetSocket, SetBroadcastSwitchesBroadcast)
 {
     net_socket s;
     closer c;
@@ -882,7 +882,7 @@ TEST(net_socket, set_broadcast_switches_broadcast)
     EXPECT_EQ(int_option(s, SO_BROADCAST), 0);
 }
 
-TEST(net_socket, set_reuse_address_switches_reuse)
+TEST(NetSocket, SetReuseAddressSwitchesReuse)
 {
     net_socket s;
     closer c;
@@ -892,7 +892,7 @@ TEST(net_socket, set_reuse_address_switches_reuse)
     EXPECT_EQ(int_option(s, SO_REUSEADDR), 1);
 }
 
-TEST(net_socket, set_linger_sets_both_halves)
+TEST(NetSocket, SetLingerSetsBothHalves)
 {
     net_socket s;
     closer c;
@@ -906,7 +906,7 @@ TEST(net_socket, set_linger_sets_both_halves)
     EXPECT_EQ(l.l_linger, 7);
 }
 
-TEST(net_socket, set_debug_gives_the_system_answer)
+TEST(NetSocket, SetDebugGivesTheSystemAnswer)
 {
     // Switching debugging on may need privileges; the answer is the system's either way.
     net_socket s, t;
@@ -923,12 +923,12 @@ TEST(net_socket, set_debug_gives_the_system_answer)
 
 // -- Waiting on many ------------------------------------------------------------------------
 
-TEST(net_socket, select_sockets_with_both_lists_null_gives_zero)
+TEST(NetSocket, SelectSocketsWithBothListsNullGivesZero)
 {
     EXPECT_EQ(net_socket::select_sockets(nullptr, nullptr, 0), 0);
 }
 
-TEST(net_socket, select_sockets_with_empty_lists_gives_zero_without_waiting)
+TEST(NetSocket, SelectSocketsWithEmptyListsGivesZeroWithoutWaiting)
 {
     net_socket* none[1] = {nullptr};
     net_socket* none2[1] = {nullptr};
@@ -937,7 +937,7 @@ TEST(net_socket, select_sockets_with_empty_lists_gives_zero_without_waiting)
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
-TEST(net_socket, select_sockets_that_times_out_gives_zero_and_empty_lists)
+TEST(NetSocket, SelectSocketsThatTimesOutGivesZeroAndEmptyLists)
 {
     datagram_set set(3);
     std::vector<net_socket*> readers = set.list();
@@ -945,7 +945,7 @@ TEST(net_socket, select_sockets_that_times_out_gives_zero_and_empty_lists)
     EXPECT_EQ(readers[0], nullptr);
 }
 
-TEST(net_socket, select_sockets_keeps_only_ready_readers_in_order)
+TEST(NetSocket, SelectSocketsKeepsOnlyReadyReadersInOrder)
 {
     datagram_set set(5);
     net_socket sender;
@@ -961,7 +961,7 @@ TEST(net_socket, select_sockets_keeps_only_ready_readers_in_order)
     EXPECT_EQ(readers[2], nullptr);
 }
 
-TEST(net_socket, select_sockets_counts_readers_and_writers_together)
+TEST(NetSocket, SelectSocketsCountsReadersAndWritersTogether)
 {
     datagram_set set(2);
     net_socket sender;
@@ -976,7 +976,7 @@ TEST(net_socket, select_sockets_counts_readers_and_writers_together)
     EXPECT_EQ(writers[0], &set.sockets[1]);
 }
 
-TEST(net_socket, select_sockets_with_70_watches_the_first_64)
+TEST(NetSocket, SelectSocketsWith70WatchesTheFirst64)
 {
     datagram_set set(70);
     net_socket sender;
@@ -992,7 +992,7 @@ TEST(net_socket, select_sockets_with_70_watches_the_first_64)
     EXPECT_EQ(readers[64], nullptr);
 }
 
-TEST(net_socket, select_sockets_over_100_reports_the_ready_ones_among_the_first_64)
+TEST(NetSocket, SelectSocketsOver100ReportsTheReadyOnesAmongTheFirst64)
 {
     datagram_set set(100);
     net_socket sender;
@@ -1009,7 +1009,7 @@ TEST(net_socket, select_sockets_over_100_reports_the_ready_ones_among_the_first_
     EXPECT_EQ(readers[3], nullptr);
 }
 
-TEST(net_socket, select_sockets_over_100_writers_gives_64)
+TEST(NetSocket, SelectSocketsOver100WritersGives64)
 {
     datagram_set set(100);
     std::vector<net_socket*> writers = set.list();
@@ -1018,7 +1018,7 @@ TEST(net_socket, select_sockets_over_100_writers_gives_64)
     EXPECT_EQ(writers[64], nullptr);
 }
 
-TEST(net_socket, select_sockets_with_a_negative_time_fails_and_keeps_the_lists)
+TEST(NetSocket, SelectSocketsWithANegativeTimeFailsAndKeepsTheLists)
 {
     datagram_set set(2);
     std::vector<net_socket*> writers = set.list();
@@ -1028,7 +1028,7 @@ TEST(net_socket, select_sockets_with_a_negative_time_fails_and_keeps_the_lists)
     EXPECT_EQ(writers[1], &set.sockets[1]);
 }
 
-TEST(net_socket, select_sockets_with_a_closed_socket_fails)
+TEST(NetSocket, SelectSocketsWithAClosedSocketFails)
 {
     datagram_set set(1);
     net_socket closed;

@@ -327,10 +327,10 @@ const row rows[] = {
 };
 // clang-format on
 
-class regex_table : public ::testing::TestWithParam<row>
+class RegexTable : public ::testing::TestWithParam<row>
 {};
 
-TEST_P(regex_table, gives_expected_match)
+TEST_P(RegexTable, GivesExpectedMatch)
 {
     const row& r = GetParam();
     regex re;
@@ -349,9 +349,9 @@ std::string row_name(const ::testing::TestParamInfo<row>& info)
     return std::string(info.param.group) + "_" + std::to_string(info.index);
 }
 
-INSTANTIATE_TEST_SUITE_P(constructs, regex_table, ::testing::ValuesIn(rows), row_name);
+INSTANTIATE_TEST_SUITE_P(Constructs, RegexTable, ::testing::ValuesIn(rows), row_name);
 
-TEST(regex_table_size, covers_at_least_two_hundred_cases)
+TEST(RegexTableSize, CoversAtLeastTwoHundredCases)
 {
     EXPECT_GE(sizeof(rows) / sizeof(rows[0]), 200u);
 }

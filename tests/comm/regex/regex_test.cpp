@@ -61,7 +61,7 @@ std::vector<const velk::regex_inst*> reachable(const velk::regex_program& prog)
 
 // -- The empty pattern and the empty regex -----------------------------------------
 
-TEST(regex, empty_pattern_compiles_to_end_alone)
+TEST(Regex, EmptyPatternCompilesToEndAlone)
 {
     regex re;
     re.compile("");
@@ -69,7 +69,7 @@ TEST(regex, empty_pattern_compiles_to_end_alone)
     EXPECT_EQ(re.program()->first->type, velk::op_end);
 }
 
-TEST(regex, empty_pattern_matches_empty_token_at_start)
+TEST(Regex, EmptyPatternMatchesEmptyTokenAtStart)
 {
     regex re;
     re.compile("");
@@ -79,7 +79,7 @@ TEST(regex, empty_pattern_matches_empty_token_at_start)
     EXPECT_TRUE(t.is_empty());
 }
 
-TEST(regex, match_without_program_gives_empty_token)
+TEST(Regex, MatchWithoutProgramGivesEmptyToken)
 {
     regex re;
     std::string_view text = "abc";
@@ -88,7 +88,7 @@ TEST(regex, match_without_program_gives_empty_token)
     EXPECT_TRUE(t.is_empty());
 }
 
-TEST(regex, find_and_leading_without_program_give_empty_token_at_start)
+TEST(Regex, FindAndLeadingWithoutProgramGiveEmptyTokenAtStart)
 {
     regex re;
     std::string_view text = "abc";
@@ -98,7 +98,7 @@ TEST(regex, find_and_leading_without_program_give_empty_token_at_start)
     EXPECT_TRUE(re.leading(tok(text)).is_empty());
 }
 
-TEST(regex, no_match_gives_null_token)
+TEST(Regex, NoMatchGivesNullToken)
 {
     regex re;
     re.compile("x");
@@ -107,32 +107,32 @@ TEST(regex, no_match_gives_null_token)
 
 // -- Failures with their words -------------------------------------------------------
 
-TEST(regex, star_without_operand_fails) { EXPECT_EQ(compile_error("*"), "missing operand for *"); }
-TEST(regex, plus_without_operand_fails) { EXPECT_EQ(compile_error("+"), "missing operand for +"); }
-TEST(regex, quest_without_operand_fails) { EXPECT_EQ(compile_error("?"), "missing operand for ?"); }
-TEST(regex, repetition_before_operand_fails) { EXPECT_EQ(compile_error("+a"), "missing operand for +"); }
-TEST(regex, group_after_operand_with_empty_branch_fails) { EXPECT_EQ(compile_error("a(b|)"), "missing operand for "); }
-TEST(regex, empty_group_fails) { EXPECT_EQ(compile_error("()"), "missing operand for ("); }
-TEST(regex, double_bar_fails) { EXPECT_EQ(compile_error("a||b"), "missing operand for |"); }
-TEST(regex, bar_at_end_fails) { EXPECT_EQ(compile_error("a|"), "missing operand for |"); }
-TEST(regex, bar_at_start_fails) { EXPECT_EQ(compile_error("|a"), "missing operand for |"); }
-TEST(regex, bar_at_group_start_fails) { EXPECT_EQ(compile_error("(|a)"), "missing operand for |"); }
-TEST(regex, lone_open_paren_is_unmatched) { EXPECT_EQ(compile_error("("), "unmatched left paren"); }
-TEST(regex, open_group_at_end_is_unmatched) { EXPECT_EQ(compile_error("(a"), "unmatched left paren"); }
-TEST(regex, nested_open_group_is_unmatched) { EXPECT_EQ(compile_error("((a)"), "unmatched left paren"); }
-TEST(regex, lone_close_paren_is_unmatched) { EXPECT_EQ(compile_error(")"), "unmatched right paren"); }
-TEST(regex, extra_close_paren_is_unmatched) { EXPECT_EQ(compile_error("(a))"), "unmatched right paren"); }
-TEST(regex, close_paren_after_operand_is_unmatched) { EXPECT_EQ(compile_error("a)"), "unmatched right paren"); }
-TEST(regex, open_bracket_alone_is_malformed) { EXPECT_EQ(compile_error("["), "malformed '[]'"); }
-TEST(regex, unclosed_class_is_malformed) { EXPECT_EQ(compile_error("[a"), "malformed '[]'"); }
-TEST(regex, range_without_lower_bound_is_malformed) { EXPECT_EQ(compile_error("[-a]"), "malformed '[]'"); }
-TEST(regex, range_without_upper_bound_is_malformed) { EXPECT_EQ(compile_error("[a-]"), "malformed '[]'"); }
-TEST(regex, range_cut_off_by_end_is_malformed) { EXPECT_EQ(compile_error("[a-"), "malformed '[]'"); }
-TEST(regex, range_up_to_zero_is_malformed) { EXPECT_EQ(compile_error(std::string_view("[a-\0]", 5)), "malformed '[]'"); }
-TEST(regex, quoted_end_in_class_is_malformed) { EXPECT_EQ(compile_error("[\\"), "malformed '[]'"); }
-TEST(regex, negated_class_cut_off_is_malformed) { EXPECT_EQ(compile_error("[^"), "malformed '[]'"); }
+TEST(Regex, StarWithoutOperandFails) { EXPECT_EQ(compile_error("*"), "missing operand for *"); }
+TEST(Regex, PlusWithoutOperandFails) { EXPECT_EQ(compile_error("+"), "missing operand for +"); }
+TEST(Regex, QuestWithoutOperandFails) { EXPECT_EQ(compile_error("?"), "missing operand for ?"); }
+TEST(Regex, RepetitionBeforeOperandFails) { EXPECT_EQ(compile_error("+a"), "missing operand for +"); }
+TEST(Regex, GroupAfterOperandWithEmptyBranchFails) { EXPECT_EQ(compile_error("a(b|)"), "missing operand for "); }
+TEST(Regex, EmptyGroupFails) { EXPECT_EQ(compile_error("()"), "missing operand for ("); }
+TEST(Regex, DoubleBarFails) { EXPECT_EQ(compile_error("a||b"), "missing operand for |"); }
+TEST(Regex, BarAtEndFails) { EXPECT_EQ(compile_error("a|"), "missing operand for |"); }
+TEST(Regex, BarAtStartFails) { EXPECT_EQ(compile_error("|a"), "missing operand for |"); }
+TEST(Regex, BarAtGroupStartFails) { EXPECT_EQ(compile_error("(|a)"), "missing operand for |"); }
+TEST(Regex, LoneOpenParenIsUnmatched) { EXPECT_EQ(compile_error("("), "unmatched left paren"); }
+TEST(Regex, OpenGroupAtEndIsUnmatched) { EXPECT_EQ(compile_error("(a"), "unmatched left paren"); }
+TEST(Regex, NestedOpenGroupIsUnmatched) { EXPECT_EQ(compile_error("((a)"), "unmatched left paren"); }
+TEST(Regex, LoneCloseParenIsUnmatched) { EXPECT_EQ(compile_error(")"), "unmatched right paren"); }
+TEST(Regex, ExtraCloseParenIsUnmatched) { EXPECT_EQ(compile_error("(a))"), "unmatched right paren"); }
+TEST(Regex, CloseParenAfterOperandIsUnmatched) { EXPECT_EQ(compile_error("a)"), "unmatched right paren"); }
+TEST(Regex, OpenBracketAloneIsMalformed) { EXPECT_EQ(compile_error("["), "malformed '[]'"); }
+TEST(Regex, UnclosedClassIsMalformed) { EXPECT_EQ(compile_error("[a"), "malformed '[]'"); }
+TEST(Regex, RangeWithoutLowerBoundIsMalformed) { EXPECT_EQ(compile_error("[-a]"), "malformed '[]'"); }
+TEST(Regex, RangeWithoutUpperBoundIsMalformed) { EXPECT_EQ(compile_error("[a-]"), "malformed '[]'"); }
+TEST(Regex, RangeCutOffByEndIsMalformed) { EXPECT_EQ(compile_error("[a-"), "malformed '[]'"); }
+TEST(Regex, RangeUpToZeroIsMalformed) { EXPECT_EQ(compile_error(std::string_view("[a-\0]", 5)), "malformed '[]'"); }
+TEST(Regex, QuotedEndInClassIsMalformed) { EXPECT_EQ(compile_error("[\\"), "malformed '[]'"); }
+TEST(Regex, NegatedClassCutOffIsMalformed) { EXPECT_EQ(compile_error("[^"), "malformed '[]'"); }
 
-TEST(regex, failed_compile_leaves_regex_as_it_was)
+TEST(Regex, FailedCompileLeavesRegexAsItWas)
 {
     regex re;
     re.compile("abc");
@@ -142,7 +142,7 @@ TEST(regex, failed_compile_leaves_regex_as_it_was)
     EXPECT_EQ(re.match("abc").lens(), 3u);
 }
 
-TEST(regex, failed_compile_leaves_nothing_for_next_compile)
+TEST(Regex, FailedCompileLeavesNothingForNextCompile)
 {
     // The compiler's stacks belong to the thread; a failure must not leave an
     // operand that the next compile takes for its start.
@@ -154,7 +154,7 @@ TEST(regex, failed_compile_leaves_nothing_for_next_compile)
     EXPECT_TRUE(re.match("a").is_null());
 }
 
-TEST(regex, bad_patterns_fail_with_an_exception_never_a_crash)
+TEST(Regex, BadPatternsFailWithAnExceptionNeverACrash)
 {
     const char* bad[] = {"*",   "+a",  "?",   "(",     ")",     "((",   "))",     "(*)",  "a|*", "[",
                          "[]]]", "[a-", "[^", "a(b|)", "x**(", "|||", "(a|b))", "[z-", "\\(", "[\\]"};
@@ -176,7 +176,7 @@ TEST(regex, bad_patterns_fail_with_an_exception_never_a_crash)
 
 // -- Reading the pattern ---------------------------------------------------------------
 
-TEST(regex, quoted_paren_matches_a_parenthesis)
+TEST(Regex, QuotedParenMatchesAParenthesis)
 {
     regex re;
     re.compile("\\(");
@@ -184,7 +184,7 @@ TEST(regex, quoted_paren_matches_a_parenthesis)
     EXPECT_EQ(offset(re.find(tok(text)), text), 1);
 }
 
-TEST(regex, backslash_n_is_the_letter_n)
+TEST(Regex, BackslashNIsTheLetterN)
 {
     regex re;
     re.compile("\\n");
@@ -192,21 +192,21 @@ TEST(regex, backslash_n_is_the_letter_n)
     EXPECT_TRUE(re.find("\n").is_null());
 }
 
-TEST(regex, zero_in_pattern_ends_it)
+TEST(Regex, ZeroInPatternEndsIt)
 {
     regex re;
     re.compile(tok(std::string_view("ab\0cd", 5)));
     EXPECT_EQ(re.match("ab").lens(), 2u);
 }
 
-TEST(regex, backslash_at_end_is_ignored)
+TEST(Regex, BackslashAtEndIsIgnored)
 {
     regex re;
     re.compile("a\\");
     EXPECT_EQ(re.match("a").lens(), 1u);
 }
 
-TEST(regex, join_points_are_unreachable_after_compile)
+TEST(Regex, JoinPointsAreUnreachableAfterCompile)
 {
     regex re;
     re.compile("(a|b)?c|d?");
@@ -214,7 +214,7 @@ TEST(regex, join_points_are_unreachable_after_compile)
         EXPECT_NE(in->type, velk::op_nop);
 }
 
-TEST(regex, constructor_takes_dot_all_before_ignore_case)
+TEST(Regex, ConstructorTakesDotAllBeforeIgnoreCase)
 {
     regex dot_all(".", false, true, false);
     std::string_view zero("\0", 1);
@@ -225,7 +225,7 @@ TEST(regex, constructor_takes_dot_all_before_ignore_case)
     EXPECT_TRUE(icase.match(tok(zero)).is_null());
 }
 
-TEST(regex, compile_replaces_the_program)
+TEST(Regex, CompileReplacesTheProgram)
 {
     regex re;
     re.compile("a");
@@ -234,7 +234,7 @@ TEST(regex, compile_replaces_the_program)
     EXPECT_EQ(re.match("b").lens(), 1u);
 }
 
-TEST(regex, moved_regex_keeps_the_program)
+TEST(Regex, MovedRegexKeepsTheProgram)
 {
     regex a;
     a.compile("x+");
@@ -245,35 +245,35 @@ TEST(regex, moved_regex_keeps_the_program)
 
 // -- Matching ----------------------------------------------------------------------------
 
-TEST(regex, longest_alternative_wins_not_first)
+TEST(Regex, LongestAlternativeWinsNotFirst)
 {
     regex re;
     re.compile("a|ab");
     EXPECT_EQ(re.find("ab").lens(), 2u);
 }
 
-TEST(regex, dot_matches_newline_by_default)
+TEST(Regex, DotMatchesNewlineByDefault)
 {
     regex re;
     re.compile(".");
     EXPECT_EQ(re.match("\n").lens(), 1u);
 }
 
-TEST(regex, negated_class_never_matches_newline)
+TEST(Regex, NegatedClassNeverMatchesNewline)
 {
     regex re;
     re.compile("[^a]");
     EXPECT_TRUE(re.find("\n").is_null());
 }
 
-TEST(regex, default_dot_refuses_zero_character)
+TEST(Regex, DefaultDotRefusesZeroCharacter)
 {
     regex re;
     re.compile("a.c");
     EXPECT_TRUE(re.find(tok(std::string_view("a\0c", 3))).is_null());
 }
 
-TEST(regex, full_match_stopped_early_gives_empty_token_there)
+TEST(Regex, FullMatchStoppedEarlyGivesEmptyTokenThere)
 {
     regex re;
     re.compile("a*");
@@ -283,7 +283,7 @@ TEST(regex, full_match_stopped_early_gives_empty_token_there)
     EXPECT_TRUE(t.is_empty());
 }
 
-TEST(regex, full_match_of_whole_input_gives_it_all)
+TEST(Regex, FullMatchOfWholeInputGivesItAll)
 {
     regex re;
     re.compile("a*");
@@ -293,7 +293,7 @@ TEST(regex, full_match_of_whole_input_gives_it_all)
     EXPECT_EQ(t.lens(), 2u);
 }
 
-TEST(regex, full_match_keeps_shorter_match_when_a_thread_lived_to_the_end)
+TEST(Regex, FullMatchKeepsShorterMatchWhenAThreadLivedToTheEnd)
 {
     // match looks only at where the scan stopped: ".*" kept a thread alive up
     // to the end, so the match of everything but the "x" stands.
@@ -305,7 +305,7 @@ TEST(regex, full_match_keeps_shorter_match_when_a_thread_lived_to_the_end)
     EXPECT_EQ(t.lens(), text.size() - 1);
 }
 
-TEST(regex, ignore_case_matches_either_case_of_characters)
+TEST(Regex, IgnoreCaseMatchesEitherCaseOfCharacters)
 {
     regex re;
     re.compile("AbC", false, true);
@@ -313,28 +313,28 @@ TEST(regex, ignore_case_matches_either_case_of_characters)
     EXPECT_EQ(re.match("ABC").lens(), 3u);
 }
 
-TEST(regex, ignore_case_range_matches_upper_case)
+TEST(Regex, IgnoreCaseRangeMatchesUpperCase)
 {
     regex re;
     re.compile("[a-c]", false, true);
     EXPECT_EQ(re.match("B").lens(), 1u);
 }
 
-TEST(regex, ignore_case_single_class_characters_do_not_fold)
+TEST(Regex, IgnoreCaseSingleClassCharactersDoNotFold)
 {
     regex re;
     re.compile("[abc]", false, true);
     EXPECT_TRUE(re.match("B").is_null());
 }
 
-TEST(regex, ignore_case_one_letter_range_folds)
+TEST(Regex, IgnoreCaseOneLetterRangeFolds)
 {
     regex re;
     re.compile("[a-a]", false, true);
     EXPECT_EQ(re.match("A").lens(), 1u);
 }
 
-TEST(regex, line_start_hint_jumps_behind_the_next_newline)
+TEST(Regex, LineStartHintJumpsBehindTheNextNewline)
 {
     std::string_view text = "x\na";
     regex re;
@@ -342,7 +342,7 @@ TEST(regex, line_start_hint_jumps_behind_the_next_newline)
     EXPECT_EQ(offset(re.find(tok(text)), text), 2);
 }
 
-TEST(regex, line_start_hint_looks_past_a_newline_just_passed)
+TEST(Regex, LineStartHintLooksPastANewlineJustPassed)
 {
     // Once no thread is alive, the hint scans for the next newline from where
     // the scan stands; a line that starts right there is passed over.
@@ -351,7 +351,7 @@ TEST(regex, line_start_hint_looks_past_a_newline_just_passed)
     EXPECT_TRUE(re.find("\na").is_null());
 }
 
-TEST(regex, meeting_threads_keep_the_later_start)
+TEST(Regex, MeetingThreadsKeepTheLaterStart)
 {
     // Two alternatives on one instruction are one thread, and the later
     // arrival's start wins: the start thread of a later round comes last.
@@ -363,7 +363,7 @@ TEST(regex, meeting_threads_keep_the_later_start)
     EXPECT_EQ(t.lens(), 1u);
 }
 
-TEST(regex, loop_at_pattern_start_keeps_its_start)
+TEST(Regex, LoopAtPatternStartKeepsItsStart)
 {
     // A start thread on an instruction that already has a thread does not
     // displace it.
@@ -377,7 +377,7 @@ TEST(regex, loop_at_pattern_start_keeps_its_start)
 
 // -- A character cut off by the end of the input --------------------------------------
 
-TEST(regex, cut_off_character_ends_full_match_there)
+TEST(Regex, CutOffCharacterEndsFullMatchThere)
 {
     regex re;
     re.compile("a.*");
@@ -387,7 +387,7 @@ TEST(regex, cut_off_character_ends_full_match_there)
     EXPECT_TRUE(t.is_empty());
 }
 
-TEST(regex, cut_off_character_ends_leading_match)
+TEST(Regex, CutOffCharacterEndsLeadingMatch)
 {
     regex re;
     re.compile("a[^x]*");
@@ -397,7 +397,7 @@ TEST(regex, cut_off_character_ends_leading_match)
     EXPECT_EQ(t.lens(), 2u);
 }
 
-TEST(regex, cut_off_character_ends_find_without_match)
+TEST(Regex, CutOffCharacterEndsFindWithoutMatch)
 {
     // No start hint here, so every round adds a start thread; the round on
     // the cut-off character is the last one, as it cannot advance.
@@ -406,14 +406,14 @@ TEST(regex, cut_off_character_ends_find_without_match)
     EXPECT_TRUE(re.find("ab\xF0\x9F").is_null());
 }
 
-TEST(regex, cut_off_character_ends_find_of_repetition)
+TEST(Regex, CutOffCharacterEndsFindOfRepetition)
 {
     regex re;
     re.compile("b[^a]*c");
     EXPECT_TRUE(re.find("ab\xF0\x9F\x98").is_null());
 }
 
-TEST(regex, match_before_cut_off_character_is_found)
+TEST(Regex, MatchBeforeCutOffCharacterIsFound)
 {
     regex re;
     re.compile("[ab]+");
@@ -423,7 +423,7 @@ TEST(regex, match_before_cut_off_character_is_found)
     EXPECT_EQ(t.lens(), 2u);
 }
 
-TEST(regex, stray_byte_is_one_character)
+TEST(Regex, StrayByteIsOneCharacter)
 {
     regex re;
     re.compile("a.b");
@@ -432,7 +432,7 @@ TEST(regex, stray_byte_is_one_character)
 
 // -- Sub-matches --------------------------------------------------------------------------
 
-TEST(regex, slot_zero_has_null_begin_and_true_end)
+TEST(Regex, SlotZeroHasNullBeginAndTrueEnd)
 {
     regex re;
     re.compile("b+");
@@ -444,7 +444,7 @@ TEST(regex, slot_zero_has_null_begin_and_true_end)
     EXPECT_EQ(subs[0].ptre(), text.data() + 3);
 }
 
-TEST(regex, groups_fill_slots_in_order_of_their_paren)
+TEST(Regex, GroupsFillSlotsInOrderOfTheirParen)
 {
     regex re;
     re.compile("(a)((b)c)");
@@ -459,7 +459,7 @@ TEST(regex, groups_fill_slots_in_order_of_their_paren)
     EXPECT_EQ(subs[3].lens(), 1u);
 }
 
-TEST(regex, group_of_untaken_alternative_stays_null)
+TEST(Regex, GroupOfUntakenAlternativeStaysNull)
 {
     regex re;
     re.compile("(a)|(b)");
@@ -471,7 +471,7 @@ TEST(regex, group_of_untaken_alternative_stays_null)
     EXPECT_EQ(subs[2].lens(), 1u);
 }
 
-TEST(regex, slots_beyond_the_groups_stay_null)
+TEST(Regex, SlotsBeyondTheGroupsStayNull)
 {
     regex re;
     re.compile("(a)");
@@ -481,7 +481,7 @@ TEST(regex, slots_beyond_the_groups_stay_null)
     EXPECT_TRUE(subs[3].is_null());
 }
 
-TEST(regex, fewer_slots_than_groups_fill_only_those)
+TEST(Regex, FewerSlotsThanGroupsFillOnlyThose)
 {
     regex re;
     re.compile("(a)(b)");
@@ -491,7 +491,7 @@ TEST(regex, fewer_slots_than_groups_fill_only_those)
     EXPECT_EQ(offset(subs[1], text), 0);
 }
 
-TEST(regex, repeated_group_holds_its_last_round)
+TEST(Regex, RepeatedGroupHoldsItsLastRound)
 {
     regex re;
     re.compile("(a|b)*c");
@@ -502,7 +502,7 @@ TEST(regex, repeated_group_holds_its_last_round)
     EXPECT_EQ(subs[1].lens(), 1u);
 }
 
-TEST(regex, slots_are_cleared_when_nothing_matches)
+TEST(Regex, SlotsAreClearedWhenNothingMatches)
 {
     regex re;
     re.compile("(a)");
@@ -514,7 +514,7 @@ TEST(regex, slots_are_cleared_when_nothing_matches)
 
 // -- Long inputs: no backtracking ---------------------------------------------------------
 
-TEST(regex, nested_star_over_long_input_without_match_ends)
+TEST(Regex, NestedStarOverLongInputWithoutMatchEnds)
 {
     regex re;
     re.compile("(a*)*b");
@@ -522,7 +522,7 @@ TEST(regex, nested_star_over_long_input_without_match_ends)
     EXPECT_TRUE(re.find(tok(text)).is_null());
 }
 
-TEST(regex, nested_plus_over_long_input_matches_whole)
+TEST(Regex, NestedPlusOverLongInputMatchesWhole)
 {
     regex re;
     re.compile("(a+a+)+");
@@ -530,7 +530,7 @@ TEST(regex, nested_plus_over_long_input_matches_whole)
     EXPECT_EQ(re.match(tok(text)).lens(), 100000u);
 }
 
-TEST(regex, long_alternation_of_groups_over_long_input_ends)
+TEST(Regex, LongAlternationOfGroupsOverLongInputEnds)
 {
     regex re;
     re.compile("(a|aa|aaa)*x");
@@ -543,7 +543,7 @@ TEST(regex, long_alternation_of_groups_over_long_input_ends)
 // match and leading without slots go through the per-thread memo of states;
 // with a slot they go through the rounds. Both must give the same, for every
 // pattern of up to three pieces over every text of a and b up to six long.
-TEST(regex, anchored_runs_agree_with_and_without_slots)
+TEST(Regex, AnchoredRunsAgreeWithAndWithoutSlots)
 {
     const char* pieces[] = {"a", "b", ".", "[ab]", "[^a]", "(a|b)", "(ab)", "a*", "b+", "(a|ab)?", "x", "(b*a)*"};
     std::vector<std::string> texts{""};
@@ -578,7 +578,7 @@ TEST(regex, anchored_runs_agree_with_and_without_slots)
     EXPECT_EQ(runs, 12 * 12 * 12 * 127 * 2);
 }
 
-TEST(regex, memo_survives_switching_programs)
+TEST(Regex, MemoSurvivesSwitchingPrograms)
 {
     regex a;
     a.compile("x[0-9]+");
@@ -591,7 +591,7 @@ TEST(regex, memo_survives_switching_programs)
     }
 }
 
-TEST(regex, program_needing_many_states_still_matches)
+TEST(Regex, ProgramNeedingManyStatesStillMatches)
 {
     // (a|b)*a(a|b)^11: the memo would need thousands of states; past its
     // limit the rounds take over with the same result.
@@ -612,7 +612,7 @@ TEST(regex, program_needing_many_states_still_matches)
 
 // -- One program, several threads -------------------------------------------------------
 
-TEST(regex, one_program_runs_on_several_threads_at_once)
+TEST(Regex, OneProgramRunsOnSeveralThreadsAtOnce)
 {
     regex re;
     re.compile("xt::[a-z_]+[0-9]*(@wrapper|\\.create@[0-9]+)");
@@ -645,7 +645,7 @@ TEST(regex, one_program_runs_on_several_threads_at_once)
     EXPECT_EQ(done.load(), 4 * 50 * 200);
 }
 
-TEST(regex, threads_compile_and_match_their_own_patterns_at_once)
+TEST(Regex, ThreadsCompileAndMatchTheirOwnPatternsAtOnce)
 {
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;
