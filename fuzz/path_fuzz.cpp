@@ -8,7 +8,7 @@
 // - a path lies below itself, and the relative path from it to itself is empty.
 // - an include path that the registry resolves, from any current path, lies
 //   below the registry's root and keeps no ".." segment.
-#include "comm/path_algebra.h"
+#include "comm/dir/path_algebra.h"
 #include "fuzz/fuzz_check.h"
 #include "interface/interface_register.h"
 

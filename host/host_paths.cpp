@@ -1,7 +1,7 @@
 // host_paths: the executable's directory and what lies in it.
 #include "host/host_paths.h"
 
-#include "comm/dir.h"
+#include "comm/dir/directory.h"
 
 namespace host {
 

@@ -2,7 +2,7 @@
 // hand-over to the language's runner.
 #include "host/script_runner.h"
 
-#include "comm/dir.h"
+#include "comm/dir/directory.h"
 #include "host/js_runner.h"
 #include "host/lua_runner.h"
 

@@ -7,7 +7,7 @@
 #include "interface/interface_register.h"
 
 #include "comm/commassert.h"
-#include "comm/path_algebra.h"
+#include "comm/dir/path_algebra.h"
 #include "comm/regex/regex.h"
 #include "interface/creator_key.h"
 

@@ -3,7 +3,7 @@
 // host's hook.
 #include "interface/registrar.h"
 
-#include "comm/dir.h"
+#include "comm/dir/directory.h"
 #include "comm/exception.h"
 #include "comm/log/logger.h"
 #include "comm/os/module.h"

@@ -3,10 +3,10 @@
 #include "bindings/js/script_context.h"
 
 #include "bindings/js/js_convert.h"
+#include "comm/dir/path_algebra.h"
 #include "comm/dynarray.h"
 #include "comm/exception.h"
 #include "comm/log/logmsg.h"
-#include "comm/path_algebra.h"
 #include "interface/registrar.h"
 
 namespace velk::js {

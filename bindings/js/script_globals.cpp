@@ -6,7 +6,7 @@
 #include "bindings/js/script_file.h"
 #include "bindings/js/script_log.h"
 #include "bindings/js/url_encode.h"
-#include "comm/dir.h"
+#include "comm/dir/directory.h"
 #include "comm/exception.h"
 #include "interface/registrar.h"
 

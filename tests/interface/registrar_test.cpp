@@ -5,7 +5,7 @@
 // tests/plugin/plugin_module_test.
 #include "interface/registrar.h"
 
-#include "comm/dir.h"
+#include "comm/dir/directory.h"
 #include "comm/log/logger.h"
 #include "comm/os/module.h"
 #include "comm/singleton.h"

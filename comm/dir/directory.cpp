@@ -1,7 +1,7 @@
 // directory: the search over one directory, the probes that ask the system
 // about one path, and the places the system names for the program and the
 // user. Every system call goes through comm/os/dir.h or comm/os/module.h.
-#include "comm/dir.h"
+#include "comm/dir/directory.h"
 
 #include "comm/os/module.h"
 

@@ -1,7 +1,7 @@
 // Path algebra: the edge cases one fact per test, then a table of cases that
 // sweeps both separators, drives, UNC starts, the root "/", climbs above the
 // start and empty parts.
-#include "comm/path_algebra.h"
+#include "comm/dir/path_algebra.h"
 
 #include <gtest/gtest.h>
 

@@ -4,7 +4,7 @@
 // segments, where a run of separators of either kind divides two segments.
 // Edits happen in place from left to right, writing never ahead of reading,
 // so that compaction needs no second buffer.
-#include "comm/path_algebra.h"
+#include "comm/dir/path_algebra.h"
 
 #include "comm/commassert.h"
 

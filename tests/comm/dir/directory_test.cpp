@@ -1,7 +1,7 @@
 // directory: the iterator over a tree that each test makes and removes, the
 // file probes, and the system locations. The trees are made and checked with
 // the standard library, never with the code under test.
-#include "comm/dir.h"
+#include "comm/dir/directory.h"
 
 #include "comm/opcd.h"
 

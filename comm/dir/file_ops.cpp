@@ -3,7 +3,7 @@
 // temporary name. Results are opcd values and nothing throws but
 // std::bad_alloc. Every system call goes through comm/os/dir.h or
 // comm/os/file.h; copies go through filestream.
-#include "comm/dir.h"
+#include "comm/dir/directory.h"
 
 #include "comm/binstream/filestream.h"
 #include "comm/os/file.h"

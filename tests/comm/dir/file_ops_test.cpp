@@ -9,7 +9,7 @@
 // file or in /proc, which stop root too; the one case that needs an entry
 // that can't be removed runs in a child process that drops to the user
 // "nobody".
-#include "comm/dir.h"
+#include "comm/dir/directory.h"
 
 #include "comm/opcd.h"
 

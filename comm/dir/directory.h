@@ -22,7 +22,7 @@
 #include "comm/charstr.h"
 #include "comm/opcd.h"
 #include "comm/os/dir.h"
-#include "comm/path_algebra.h"
+#include "comm/dir/path_algebra.h"
 #include "comm/token.h"
 
 #include <cstdint>
