@@ -1,11 +1,13 @@
-// directory's file operations: making and removing directories, copying,
-// moving, cutting and stamping files, walking a tree, and making a
+// file_ops: the probes of one path, and the operations that make and remove
+// directories, copy, move, cut and stamp files, walk a tree, and make a
 // temporary name. Results are opcd values and nothing throws but
 // std::bad_alloc. Every system call goes through comm/os/dir.h or
-// comm/os/file.h; copies go through filestream.
-#include "comm/dir/directory.h"
+// comm/os/file.h; copies go through filestream, and the walks run on a
+// directory iterator.
+#include "comm/dir/file_ops.h"
 
 #include "comm/binstream/filestream.h"
+#include "comm/dir/directory.h"
 #include "comm/os/file.h"
 #include "comm/zstring.h"
 
@@ -27,15 +29,6 @@ token without_trailing_separators(token path)
 bool is_bare_drive(const token& path)
 {
     return path.lens() == 2 && path[1] == ':';
-}
-
-// What follows the last system separator; the whole path when it has none.
-token file_name_after_separator(const token& path)
-{
-    const char* p = path.ptre();
-    while (p > path.ptr() && p[-1] != path_algebra::separator)
-        --p;
-    return token(p, path.ptre());
 }
 
 // The last segment of a path, separators on either side dropped.
@@ -70,9 +63,55 @@ constexpr uint64_t copy_block = 8192;
 
 } // namespace
 
+// -- File probes ----------------------------------------------------------
+
+int file_ops::file_kind(const token& path)
+{
+    os::stat_record probe;
+    if (!os::stat_path(path_algebra::without_trailing_separator(path), probe))
+        return 0;
+    return os::is_directory_record(probe) || os::is_device_record(probe) ? 2 : 1;
+}
+
+bool file_ops::is_regular(const token& path)
+{
+    os::stat_record probe;
+    return os::stat_path(path, probe) && !os::is_directory_record(probe) && !os::is_device_record(probe);
+}
+
+bool file_ops::is_directory(const token& path)
+{
+    os::stat_record probe;
+    if (is_drive_root_form(path) && !path_algebra::ends_in_separator(path)) {
+        charstr root(path);
+        root << separator;
+        return os::stat_path(root, probe) && os::is_directory_record(probe);
+    }
+    return os::stat_path(path_algebra::without_trailing_separator(path), probe) && os::is_directory_record(probe);
+}
+
+bool file_ops::stat(const token& path, os::stat_record& out)
+{
+    return os::stat_path(path_algebra::without_trailing_separator(path), out);
+}
+
+bool file_ops::lies_within(const token& root, const token& path)
+{
+    charstr real_root, real_path;
+    if (!os::real_path(root, real_root) || !os::real_path(path, real_path))
+        return false;
+    token rest = real_path;
+    return path_algebra::is_subpath(real_root, rest);
+}
+
+int file_ops::chdir(const token& path)
+{
+    return os::change_dir(path_algebra::without_trailing_separator(path));
+}
+
 // -- Directories ------------------------------------------------------------------
 
-opcd directory::mkdir(const token& path, uint32_t mode)
+opcd file_ops::mkdir(const token& path, uint32_t mode)
 {
     token p = path_algebra::without_trailing_separator(path);
     if (is_bare_drive(p)) // a drive always exists: nothing to ask the system
@@ -81,7 +120,7 @@ opcd directory::mkdir(const token& path, uint32_t mode)
     return err == 0 || err == os::err_exists ? opcd() : ers::failed;
 }
 
-opcd directory::mkdir_tree(const token& path, bool skip_last, uint32_t mode)
+opcd file_ops::mkdir_tree(const token& path, bool skip_last, uint32_t mode)
 {
     bool trailing = path_algebra::ends_in_separator(path);
     token p = without_trailing_separators(path);
@@ -100,12 +139,12 @@ opcd directory::mkdir_tree(const token& path, bool skip_last, uint32_t mode)
     return mkdir(p, mode);
 }
 
-opcd directory::delete_file(const token& path)
+opcd file_ops::delete_file(const token& path)
 {
     return os::remove_file(path) ? opcd() : ers::io_error;
 }
 
-opcd directory::delete_directory(const token& path, bool recursive)
+opcd file_ops::delete_directory(const token& path, bool recursive)
 {
     if (recursive) {
         opcd first;
@@ -121,7 +160,7 @@ opcd directory::delete_directory(const token& path, bool recursive)
     return os::remove_dir(path_algebra::without_trailing_separator(path)) ? opcd() : ers::io_error;
 }
 
-opcd directory::delete_files(const token& path)
+opcd file_ops::delete_files(const token& path)
 {
     token filter = path;
     token dir_part = filter.cut_back_at_group(separators, cut_drop_separator | cut_empty_if_none);
@@ -140,7 +179,7 @@ opcd directory::delete_files(const token& path)
 
 // -- Copying and moving -------------------------------------------------------------
 
-opcd directory::copy_file(const token& src, const token& dst)
+opcd file_ops::copy_file(const token& src, const token& dst)
 {
     // Another spelling of the same file would be truncated by opening dst.
     if (src == dst || os::same_file(src, dst))
@@ -170,25 +209,16 @@ opcd directory::copy_file(const token& src, const token& dst)
     return result;
 }
 
-opcd directory::move_file(const token& src, const token& dst)
+opcd file_ops::move_file(const token& src, const token& dst)
 {
     return os::move_path(src, dst) ? opcd() : ers::io_error;
 }
 
-bool directory::lies_within(const token& root, const token& path)
-{
-    charstr real_root, real_path;
-    if (!os::real_path(root, real_root) || !os::real_path(path, real_path))
-        return false;
-    token rest = real_path;
-    return path_algebra::is_subpath(real_root, rest);
-}
-
-// The walk of a tree: see transfer_tree in dir.h for the forms of src and
+// The walk of a tree: see transfer_tree in file_ops.h for the forms of src and
 // dst. The target directory d is made first; each entry's target is d and
 // the entry's path below src. Directories are made before their contents
 // and, when moving, removed after them.
-opcd directory::transfer_tree(const token& src, const token& dst, bool move)
+opcd file_ops::transfer_tree(const token& src, const token& dst, bool move)
 {
     bool src_sep = path_algebra::ends_in_separator(src);
     bool dst_sep = path_algebra::ends_in_separator(dst);
@@ -253,7 +283,7 @@ opcd directory::transfer_tree(const token& src, const token& dst, bool move)
 
 // -- File attributes ----------------------------------------------------------------
 
-opcd directory::truncate(const token& path, uint64_t size)
+opcd file_ops::truncate(const token& path, uint64_t size)
 {
     int32_t h = os::file_open(zcopy(path).c_str(), os::open_write | os::open_create);
     if (h == os::no_file)
@@ -263,7 +293,7 @@ opcd directory::truncate(const token& path, uint64_t size)
     return ok ? opcd() : ers::failed;
 }
 
-opcd directory::set_file_times(const token& path, int64_t access, int64_t modification)
+opcd file_ops::set_file_times(const token& path, int64_t access, int64_t modification)
 {
     int32_t h = os::file_open(zcopy(path).c_str(), os::open_write);
     if (h == os::no_file)
@@ -273,7 +303,7 @@ opcd directory::set_file_times(const token& path, int64_t access, int64_t modifi
     return ok ? opcd() : ers::failed;
 }
 
-uint64_t directory::file_size(const token& path)
+uint64_t file_ops::file_size(const token& path)
 {
     os::stat_record st;
     if (!os::stat_path(path, st) || !os::is_regular_record(st))
@@ -281,19 +311,19 @@ uint64_t directory::file_size(const token& path)
     return static_cast<uint64_t>(st.st_size);
 }
 
-bool directory::is_writable(const token& path)
+bool file_ops::is_writable(const token& path)
 {
     return os::can_write(path_algebra::without_trailing_separator(path));
 }
 
-bool directory::set_writable(const token& path, bool writable)
+bool file_ops::set_writable(const token& path, bool writable)
 {
     return os::set_write_permission(path_algebra::without_trailing_separator(path), writable);
 }
 
 // -- Walks and temporary names --------------------------------------------------------
 
-int directory::list_file_paths(const token& path, const token& extension, uint32_t mode, list_fn fn,
+int file_ops::list_file_paths(const token& path, const token& extension, uint32_t mode, list_fn fn,
                                void* context)
 {
     directory dir;
@@ -322,7 +352,7 @@ int directory::list_file_paths(const token& path, const token& extension, uint32
     return 1;
 }
 
-charstr directory::unique_temp_dir(const token& prefix)
+charstr file_ops::unique_temp_dir(const token& prefix)
 {
     charstr path = get_tmp_dir();
     if (!path_algebra::ends_in_separator(path))
@@ -336,46 +366,6 @@ charstr directory::unique_temp_dir(const token& prefix)
         path.resize(i);
     }
     return charstr();
-}
-
-// -- Operations on the iterator's directory ----------------------------------------------
-
-opcd directory::copy_file_from(const token& src, const token& name)
-{
-    curpath.resize(static_cast<int32_t>(baselen));
-    curpath << (name.is_empty() ? file_name_after_separator(src) : name);
-    return copy_file(src, curpath);
-}
-
-opcd directory::copy_file_to(const token& dst, const token& name)
-{
-    curpath.resize(static_cast<int32_t>(baselen));
-    curpath << (name.is_empty() ? file_name_after_separator(dst) : name);
-    return copy_file(curpath, dst);
-}
-
-opcd directory::move_file_from(const token& src, const token& name)
-{
-    curpath.resize(static_cast<int32_t>(baselen));
-    curpath << (name.is_empty() ? file_name_after_separator(src) : name);
-    return move_file(src, curpath);
-}
-
-opcd directory::move_file_to(const token& dst, const token& name)
-{
-    curpath.resize(static_cast<int32_t>(baselen));
-    curpath << (name.is_empty() ? file_name_after_separator(dst) : name);
-    return move_file(curpath, dst);
-}
-
-opcd directory::copy_current_file_to(const token& dst)
-{
-    return copy_file(curpath, dst);
-}
-
-opcd directory::move_current_file_to(const token& dst)
-{
-    return move_file(curpath, dst);
 }
 
 } // namespace velk

@@ -1,26 +1,22 @@
-// directory: the iterator over a tree that each test makes and removes, the
-// file probes, and the system locations. The trees are made and checked with
-// the standard library, never with the code under test.
+// directory: the iterator over a tree that each test makes and removes, and
+// the copies and moves through the directory it has open. The trees are made
+// and checked with the standard library, never with the code under test.
 #include "comm/dir/directory.h"
 
 #include "comm/opcd.h"
 
-#include <dlfcn.h>
-#include <pwd.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "tests/support/temp_dir.h"
+
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <set>
 #include <string>
 
 namespace fs = std::filesystem;
-using velk::charstr;
 using velk::directory;
 using velk::opcd;
 using velk::token;
@@ -28,14 +24,34 @@ namespace ers = velk::ers;
 
 namespace {
 
-std::string str(const charstr& s) { return std::string(s.c_str(), s.lens()); }
 std::string str(const token& t) { return std::string(t.ptr() ? t.ptr() : "", t.lens()); }
 token tok(const std::string& s) { return token(s.data(), s.size()); }
+
+bool exists(const std::string& p)
+{
+    std::error_code ec;
+    return fs::exists(fs::symlink_status(p, ec));
+}
+
+// Runs a test in another current directory and comes back.
+class CwdGuard
+{
+public:
+    CwdGuard() : saved(fs::current_path()) {}
+    ~CwdGuard()
+    {
+        std::error_code ignored;
+        fs::current_path(saved, ignored);
+    }
+
+private:
+    fs::path saved;
+};
 
 // A fresh directory under the system's temporary place, removed with all it
 // holds at the end of the test:
 //   a.txt  b.TXT  c.log  noext  sub.txt/  sub/d.txt
-class TempTree : public ::testing::Test
+class Directory : public ::testing::Test
 {
 protected:
     void SetUp() override
@@ -56,7 +72,22 @@ protected:
         fs::remove_all(root, ignored);
     }
 
-    std::string at(const char* name) const { return root + "/" + name; }
+    std::string at(const std::string& name) const { return root + "/" + name; }
+
+    // Makes a file with content text, and the directories on its way.
+    std::string file(const std::string& rel, const std::string& text = "x")
+    {
+        std::string p = at(rel);
+        fs::create_directories(fs::path(p).parent_path());
+        write_file(p, text);
+        return p;
+    }
+    std::string dir(const std::string& rel)
+    {
+        std::string p = at(rel);
+        fs::create_directories(p);
+        return p;
+    }
 
     // Every name that a search of path with filter reports.
     std::set<std::string> names(const std::string& path, const char* filter) const
@@ -73,48 +104,11 @@ protected:
     std::string root;
 };
 
-// Runs a test in another current directory and comes back.
-class CwdGuard
-{
-public:
-    CwdGuard() : saved(fs::current_path()) {}
-    ~CwdGuard()
-    {
-        std::error_code ignored;
-        fs::current_path(saved, ignored);
-    }
-
-private:
-    fs::path saved;
-};
-
-// Sets or removes an environment variable for the length of a test.
-class EnvGuard
-{
-public:
-    explicit EnvGuard(const char* name) : name(name)
-    {
-        if (const char* v = getenv(name))
-            saved = v;
-    }
-    ~EnvGuard()
-    {
-        if (saved)
-            setenv(name, saved->c_str(), 1);
-        else
-            unsetenv(name);
-    }
-
-private:
-    const char* name;
-    std::optional<std::string> saved;
-};
-
 } // namespace
 
-// -- Edge cases -------------------------------------------------------------------
+// -- Opening ----------------------------------------------------------------------
 
-TEST_F(TempTree, OpenOnDriveSearchesDriveRoot)
+TEST_F(Directory, OpenSearchesTheRootOfABareDrive)
 {
     CwdGuard cwd;
     fs::create_directory(fs::path(root) / "C:");
@@ -124,20 +118,20 @@ TEST_F(TempTree, OpenOnDriveSearchesDriveRoot)
     EXPECT_EQ(str(dir.search_pattern()), std::string("C:") + directory::separator + "*.*");
 }
 
-TEST_F(TempTree, OpenOnMissingDirectoryFails)
+TEST_F(Directory, OpenFailsOnAMissingDirectory)
 {
     directory dir;
     EXPECT_EQ(dir.open(tok(at("missing")), ""), ers::failed);
 }
 
-TEST_F(TempTree, OpenOnMissingDirectoryLeavesIteratorClosed)
+TEST_F(Directory, OpenThatFailsLeavesTheIteratorClosed)
 {
     directory dir;
     dir.open(tok(at("missing")), "");
     EXPECT_FALSE(dir.is_open());
 }
 
-TEST_F(TempTree, FilterTxtStillReportsMatchingDirectories)
+TEST_F(Directory, FilterReportsMatchingDirectoriesToo)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root), "*.txt"), opcd());
@@ -150,43 +144,43 @@ TEST_F(TempTree, FilterTxtStillReportsMatchingDirectories)
 
 // -- Iteration --------------------------------------------------------------------
 
-TEST_F(TempTree, DefaultFilterReportsEveryEntryWithDots)
+TEST_F(Directory, EmptyFilterReportsEveryEntryWithTheDots)
 {
     std::set<std::string> expected{".", "..", "a.txt", "b.TXT", "c.log", "noext", "sub.txt", "sub"};
     EXPECT_EQ(names(root, ""), expected);
 }
 
-TEST_F(TempTree, FilterIgnoresCase)
+TEST_F(Directory, FilterIgnoresCase)
 {
     std::set<std::string> expected{"a.txt", "b.TXT", "sub.txt"};
     EXPECT_EQ(names(root, "*.txt"), expected);
 }
 
-TEST_F(TempTree, QuestionMarkTakesOneCharacter)
+TEST_F(Directory, FilterQuestionMarkTakesOneCharacter)
 {
     std::set<std::string> expected{"sub"};
     EXPECT_EQ(names(root, "s?b"), expected);
 }
 
-TEST_F(TempTree, FilterWithoutMatchReportsNothing)
+TEST_F(Directory, FilterWithoutAMatchReportsNothing)
 {
     EXPECT_TRUE(names(root, "*.none").empty());
 }
 
-TEST_F(TempTree, NameDotStarTakesTheNameWithoutDot)
+TEST_F(Directory, FilterEndingInDotStarTakesANameWithoutADot)
 {
     std::set<std::string> expected{"noext"};
     EXPECT_EQ(names(root, "noext.*"), expected);
 }
 
-TEST_F(TempTree, OpenAloneDoesNotStartTheSearch)
+TEST_F(Directory, OpenAloneDoesNotStartTheSearch)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root), ""), opcd());
     EXPECT_FALSE(dir.is_open());
 }
 
-TEST_F(TempTree, NextStartsTheSearch)
+TEST_F(Directory, NextStartsTheSearch)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root), ""), opcd());
@@ -194,7 +188,7 @@ TEST_F(TempTree, NextStartsTheSearch)
     EXPECT_TRUE(dir.is_open());
 }
 
-TEST_F(TempTree, CurrentPathIsTheDirectoryAndTheName)
+TEST_F(Directory, CurrentPathIsTheDirectoryAndTheName)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root), "a.txt"), opcd());
@@ -202,27 +196,27 @@ TEST_F(TempTree, CurrentPathIsTheDirectoryAndTheName)
     EXPECT_EQ(str(dir.current_path()), root + directory::separator + "a.txt");
 }
 
-TEST_F(TempTree, TrailingSeparatorOfThePathIsDropped)
+TEST_F(Directory, OpenDropsATrailingSeparatorOfThePath)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root + "/"), ""), opcd());
     EXPECT_EQ(str(dir.search_pattern()), root + "/*.*");
 }
 
-TEST_F(TempTree, BackslashesReachTheSystemAsSeparators)
+TEST_F(Directory, OpenHandsBackslashesToTheSystemAsSeparators)
 {
     std::set<std::string> expected{"d.txt"};
     EXPECT_EQ(names(root + "\\sub", "*.txt"), expected);
 }
 
-TEST_F(TempTree, RootSlashCanBeSearched)
+TEST_F(Directory, OpenSearchesTheRootSlash)
 {
     directory dir;
     ASSERT_EQ(dir.open("/", ""), opcd());
     EXPECT_NE(dir.next(), nullptr);
 }
 
-TEST_F(TempTree, NextReturnsTheStatusOfTheEntry)
+TEST_F(Directory, NextReturnsTheStatusOfTheEntry)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root), "a.txt"), opcd());
@@ -231,7 +225,7 @@ TEST_F(TempTree, NextReturnsTheStatusOfTheEntry)
     EXPECT_EQ(static_cast<uintmax_t>(st->st_size), fs::file_size(at("a.txt")));
 }
 
-TEST_F(TempTree, RegularFileIsARegularEntry)
+TEST_F(Directory, RegularFileIsARegularEntry)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root), "a.txt"), opcd());
@@ -239,7 +233,7 @@ TEST_F(TempTree, RegularFileIsARegularEntry)
     EXPECT_TRUE(dir.is_entry_regular());
 }
 
-TEST_F(TempTree, RegularFileIsNoDirectoryEntry)
+TEST_F(Directory, RegularFileIsNoDirectoryEntry)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root), "a.txt"), opcd());
@@ -247,7 +241,7 @@ TEST_F(TempTree, RegularFileIsNoDirectoryEntry)
     EXPECT_FALSE(dir.is_entry_directory());
 }
 
-TEST_F(TempTree, SubdirectoryIsASubdirectoryEntry)
+TEST_F(Directory, SubdirectoryIsASubdirectoryEntry)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root), "sub"), opcd());
@@ -255,7 +249,7 @@ TEST_F(TempTree, SubdirectoryIsASubdirectoryEntry)
     EXPECT_TRUE(dir.is_entry_subdirectory());
 }
 
-TEST_F(TempTree, DotsAreDirectoriesButNoSubdirectories)
+TEST_F(Directory, DotsAreDirectoriesButNoSubdirectories)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root), "."), opcd());
@@ -264,14 +258,14 @@ TEST_F(TempTree, DotsAreDirectoriesButNoSubdirectories)
     EXPECT_FALSE(dir.is_entry_subdirectory());
 }
 
-TEST_F(TempTree, EntriesThatCannotBeStatedAreSkipped)
+TEST_F(Directory, NextSkipsEntriesThatCannotBeStated)
 {
     fs::create_symlink(at("nowhere"), at("dangling.txt"));
     std::set<std::string> expected{"a.txt", "b.TXT", "sub.txt"};
     EXPECT_EQ(names(root, "*.txt"), expected);
 }
 
-TEST_F(TempTree, NextAfterTheEndStaysAtTheEnd)
+TEST_F(Directory, NextAfterTheEndStaysAtTheEnd)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root), "a.txt"), opcd());
@@ -280,7 +274,7 @@ TEST_F(TempTree, NextAfterTheEndStaysAtTheEnd)
     EXPECT_EQ(dir.next(), nullptr);
 }
 
-TEST_F(TempTree, CloseEndsTheSearch)
+TEST_F(Directory, CloseEndsTheSearch)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root), ""), opcd());
@@ -289,7 +283,7 @@ TEST_F(TempTree, CloseEndsTheSearch)
     EXPECT_FALSE(dir.is_open());
 }
 
-TEST_F(TempTree, NextAfterCloseStartsAgain)
+TEST_F(Directory, NextAfterCloseStartsAgain)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root), "a.txt"), opcd());
@@ -299,7 +293,7 @@ TEST_F(TempTree, NextAfterCloseStartsAgain)
     EXPECT_NE(dir.next(), nullptr);
 }
 
-TEST_F(TempTree, NewOpenClosesTheOldSearch)
+TEST_F(Directory, NewOpenClosesTheOldSearch)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root), ""), opcd());
@@ -308,256 +302,68 @@ TEST_F(TempTree, NewOpenClosesTheOldSearch)
     EXPECT_FALSE(dir.is_open());
 }
 
-TEST_F(TempTree, SearchOfAFileFindsNothing)
+TEST_F(Directory, SearchOfAFileFindsNothing)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(at("a.txt")), ""), opcd());
     EXPECT_EQ(dir.next(), nullptr);
 }
 
-// -- File probes ------------------------------------------------------------------
+// -- Operations on the iterator's directory ---------------------------------------
 
-TEST_F(TempTree, FileKindOfMissingIsZero)
+TEST_F(Directory, CopyFileFromWithoutANameTakesTheSourceFileName)
 {
-    EXPECT_EQ(directory::file_kind(tok(at("missing"))), 0);
+    file("src/f.txt", "from");
+    dir("d");
+    directory it;
+    ASSERT_EQ(it.open(tok(at("d")), "*"), opcd());
+    EXPECT_EQ(it.copy_file_from(tok(at("src/f.txt")), ""), opcd());
+    EXPECT_EQ(read_file(at("d/f.txt")), "from");
 }
 
-TEST_F(TempTree, FileKindOfFileIsOne)
+TEST_F(Directory, CopyFileFromNamesTheCopyByTheGivenName)
 {
-    EXPECT_EQ(directory::file_kind(tok(at("a.txt"))), 1);
+    file("src/f.txt", "from");
+    dir("d");
+    directory it;
+    ASSERT_EQ(it.open(tok(at("d")), "*"), opcd());
+    EXPECT_EQ(it.copy_file_from(tok(at("src/f.txt")), "g.txt"), opcd());
+    EXPECT_EQ(read_file(at("d/g.txt")), "from");
 }
 
-TEST_F(TempTree, FileKindOfDirectoryIsTwo)
+TEST_F(Directory, CopyFileToCopiesOutOfTheDirectory)
 {
-    EXPECT_EQ(directory::file_kind(tok(at("sub"))), 2);
+    file("d/f.txt", "out");
+    directory it;
+    ASSERT_EQ(it.open(tok(at("d")), "*"), opcd());
+    EXPECT_EQ(it.copy_file_to(tok(at("g.txt")), "f.txt"), opcd());
+    EXPECT_EQ(read_file(at("g.txt")), "out");
 }
 
-TEST_F(TempTree, FileKindDropsTrailingSeparator)
+TEST_F(Directory, MoveFileFromAndMoveFileToMoveThroughTheDirectory)
 {
-    EXPECT_EQ(directory::file_kind(tok(at("a.txt") + "/")), 1);
+    file("src/f.txt", "moving");
+    dir("d");
+    directory it;
+    ASSERT_EQ(it.open(tok(at("d")), "*"), opcd());
+    EXPECT_EQ(it.move_file_from(tok(at("src/f.txt")), ""), opcd());
+    EXPECT_EQ(read_file(at("d/f.txt")), "moving");
+    EXPECT_EQ(it.move_file_to(tok(at("f.txt")), ""), opcd());
+    EXPECT_EQ(read_file(at("f.txt")), "moving");
+    EXPECT_FALSE(exists(at("d/f.txt")));
+    EXPECT_FALSE(exists(at("src/f.txt")));
 }
 
-TEST(FileKind, DeviceIsTwo)
+TEST_F(Directory, CurrentFileOperationsUseTheEntryInHand)
 {
-    EXPECT_EQ(directory::file_kind("/dev/null"), 2);
-}
-
-TEST_F(TempTree, FileIsRegular)
-{
-    EXPECT_TRUE(directory::is_regular(tok(at("a.txt"))));
-}
-
-TEST_F(TempTree, DirectoryIsNotRegular)
-{
-    EXPECT_FALSE(directory::is_regular(tok(at("sub"))));
-}
-
-TEST_F(TempTree, MissingIsNotRegular)
-{
-    EXPECT_FALSE(directory::is_regular(tok(at("missing"))));
-}
-
-TEST(IsRegular, DeviceIsNotRegular)
-{
-    EXPECT_FALSE(directory::is_regular("/dev/null"));
-}
-
-TEST_F(TempTree, DirectoryIsDirectory)
-{
-    EXPECT_TRUE(directory::is_directory(tok(at("sub"))));
-}
-
-TEST_F(TempTree, DirectoryWithTrailingSeparatorIsDirectory)
-{
-    EXPECT_TRUE(directory::is_directory(tok(at("sub") + "\\")));
-}
-
-TEST_F(TempTree, FileIsNoDirectory)
-{
-    EXPECT_FALSE(directory::is_directory(tok(at("a.txt"))));
-}
-
-TEST(IsDirectory, RootSlashIsDirectory)
-{
-    EXPECT_TRUE(directory::is_directory("/"));
-}
-
-TEST_F(TempTree, DriveFormIsProbedWithItsSeparator)
-{
-    CwdGuard cwd;
-    fs::create_directory(fs::path(root) / "C:");
-    fs::current_path(root);
-    EXPECT_TRUE(directory::is_directory("C:"));
-}
-
-TEST_F(TempTree, StatGivesTheSize)
-{
-    velk::os::stat_record st;
-    ASSERT_TRUE(directory::stat(tok(at("a.txt")), st));
-    EXPECT_EQ(static_cast<uintmax_t>(st.st_size), fs::file_size(at("a.txt")));
-}
-
-TEST_F(TempTree, StatOfMissingFails)
-{
-    velk::os::stat_record st;
-    EXPECT_FALSE(directory::stat(tok(at("missing")), st));
-}
-
-TEST_F(TempTree, ChdirMakesTheCurrentDirectory)
-{
-    CwdGuard cwd;
-    ASSERT_EQ(directory::chdir(tok(at("sub") + "/")), 0);
-    EXPECT_EQ(fs::current_path(), fs::canonical(at("sub")));
-}
-
-TEST_F(TempTree, ChdirToMissingFails)
-{
-    CwdGuard cwd;
-    EXPECT_EQ(directory::chdir(tok(at("missing"))), -1);
-}
-
-// -- System locations -------------------------------------------------------------
-
-TEST(GetCwd, IsTheCurrentDirectoryWithSeparator)
-{
-    EXPECT_EQ(str(directory::get_cwd()), fs::current_path().string() + directory::separator);
-}
-
-TEST_F(TempTree, GetCwdOfTooDeepDirectoryIsEmpty)
-{
-    // Deeper than the second buffer of 520 characters.
-    CwdGuard cwd;
-    fs::path deep = root;
-    while (deep.string().size() <= 520)
-        deep /= std::string(100, 'd');
-    fs::create_directories(deep);
-    fs::current_path(deep);
-    EXPECT_TRUE(directory::get_cwd().is_empty());
-}
-
-TEST(GetProgramPath, NamesThisTestProgram)
-{
-    std::string path = str(directory::get_program_path());
-    EXPECT_EQ(fs::path(path).filename(), "dir_test");
-}
-
-TEST(GetProgramPath, IsAnExistingFile)
-{
-    EXPECT_TRUE(fs::is_regular_file(str(directory::get_program_path())));
-}
-
-TEST(GetTmpDir, TakesTmpdir)
-{
-    EnvGuard env("TMPDIR");
-    setenv("TMPDIR", "/some/where", 1);
-    EXPECT_EQ(str(directory::get_tmp_dir()), "/some/where");
-}
-
-TEST(GetTmpDir, WithoutTmpdirIsSlashTmp)
-{
-    EnvGuard env("TMPDIR");
-    unsetenv("TMPDIR");
-    EXPECT_EQ(str(directory::get_tmp_dir()), "/tmp/");
-}
-
-TEST(HomeDir, TakesHomeWithSeparator)
-{
-    EnvGuard env("HOME");
-    setenv("HOME", "/home/someone", 1);
-    EXPECT_EQ(str(directory::home_dir()), "/home/someone/");
-}
-
-TEST(HomeDir, KeepsTheSeparatorOfHome)
-{
-    EnvGuard env("HOME");
-    setenv("HOME", "/home/someone/", 1);
-    EXPECT_EQ(str(directory::home_dir()), "/home/someone/");
-}
-
-TEST(HomeDir, WithoutHomeAsksThePasswordDatabase)
-{
-    EnvGuard env("HOME");
-    unsetenv("HOME");
-    passwd* pw = getpwuid(getuid());
-    ASSERT_NE(pw, nullptr);
-    EXPECT_EQ(str(directory::home_dir()), std::string(pw->pw_dir) + directory::separator);
-}
-
-TEST(GetModulePath, OfZeroIsTheProgram)
-{
-    charstr path;
-    ASSERT_TRUE(directory::get_module_path(0, path, false));
-    EXPECT_EQ(fs::path(str(path)).filename(), "dir_test");
-}
-
-TEST(GetModulePath, ReplacesTheText)
-{
-    charstr path = "old";
-    ASSERT_TRUE(directory::get_module_path(0, path, false));
-    EXPECT_EQ(str(path).find("old"), std::string::npos);
-}
-
-TEST(GetModulePath, AppendsBehindTheText)
-{
-    charstr path = "in:";
-    ASSERT_TRUE(directory::get_module_path(0, path, true));
-    EXPECT_EQ(str(path), "in:" + str(directory::get_program_path()));
-}
-
-TEST(GetModuleName, IsTheFileNameOnly)
-{
-    charstr name;
-    ASSERT_TRUE(directory::get_module_name(0, name, false));
-    EXPECT_EQ(str(name), "dir_test");
-}
-
-TEST(GetModuleName, AppendedKeepsTheOldText)
-{
-    charstr name = "a/";
-    ASSERT_TRUE(directory::get_module_name(0, name, true));
-    EXPECT_EQ(str(name), "a/dir_test");
-}
-
-TEST(ModuleOfAddress, OfThisProgramNamesTheProgram)
-{
-    static int in_program = 0;
-    charstr path;
-    ASSERT_NE(directory::module_of_address(&in_program, path), 0u);
-    EXPECT_EQ(fs::path(str(path)).filename(), "dir_test");
-}
-
-TEST(ModuleOfAddress, OfALibraryNamesTheLibrary)
-{
-    void* lib = dlopen("libm.so.6", RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(lib, nullptr);
-    charstr path;
-    uint64_t handle = directory::module_of_address(dlsym(lib, "cos"), path);
-    EXPECT_NE(handle, directory::module_of_address(reinterpret_cast<const void*>(&directory::get_cwd)));
-    EXPECT_NE(str(path).find("libm"), std::string::npos);
-    dlclose(lib);
-}
-
-TEST(ModuleOfAddress, HandleGivesTheSameModulePath)
-{
-    void* lib = dlopen("libm.so.6", RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(lib, nullptr);
-    charstr by_address;
-    charstr by_handle;
-    uint64_t handle = directory::module_of_address(dlsym(lib, "cos"), by_address);
-    ASSERT_TRUE(directory::get_module_path(handle, by_handle, false));
-    EXPECT_EQ(str(by_handle), str(by_address));
-    dlclose(lib);
-}
-
-TEST(ModuleOfAddress, OfNullIsZero)
-{
-    EXPECT_EQ(directory::module_of_address(nullptr), 0u);
-}
-
-TEST(ModuleOfAddress, OfNoModuleEmptiesThePath)
-{
-    int on_stack = 0;
-    charstr path = "old";
-    ASSERT_EQ(directory::module_of_address(&on_stack, path), 0u);
-    EXPECT_TRUE(path.is_empty());
+    file("d/only.txt", "entry");
+    dir("out");
+    directory it;
+    ASSERT_EQ(it.open(tok(at("d")), "*.txt"), opcd());
+    ASSERT_NE(it.next(), nullptr);
+    EXPECT_EQ(it.copy_current_file_to(tok(at("out/copy.txt"))), opcd());
+    EXPECT_EQ(it.move_current_file_to(tok(at("out/moved.txt"))), opcd());
+    EXPECT_EQ(read_file(at("out/copy.txt")), "entry");
+    EXPECT_EQ(read_file(at("out/moved.txt")), "entry");
+    EXPECT_FALSE(exists(at("d/only.txt")));
 }

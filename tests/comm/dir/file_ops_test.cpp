@@ -1,5 +1,5 @@
-// directory's file operations on trees in temporary directories: making and
-// removing directories, copying and moving files and trees (also across
+// file_ops on trees in temporary directories: the probes of one path, making
+// and removing directories, copying and moving files and trees (also across
 // file systems, where /dev/shm is another one), truncating, stamping times,
 // permissions, walks and temporary names. Trees are made and checked with
 // the standard library and POSIX calls, never with the code under test.
@@ -9,7 +9,7 @@
 // file or in /proc, which stop root too; the one case that needs an entry
 // that can't be removed runs in a child process that drops to the user
 // "nobody".
-#include "comm/dir/directory.h"
+#include "comm/dir/file_ops.h"
 
 #include "comm/opcd.h"
 
@@ -34,7 +34,7 @@
 
 namespace fs = std::filesystem;
 using velk::charstr;
-using velk::directory;
+using velk::file_ops;
 using velk::opcd;
 using velk::token;
 namespace ers = velk::ers;
@@ -111,7 +111,7 @@ private:
     bool _had = false;
 };
 
-class dir_ops : public ::testing::Test
+class FileOps : public ::testing::Test
 {
 protected:
     void SetUp() override { ASSERT_TRUE(tmp.ok()); }
@@ -142,7 +142,7 @@ protected:
         return at(name);
     }
 
-    temp_dir tmp{"dir_ops"};
+    temp_dir tmp{"file_ops"};
 };
 
 // A second temporary directory on another file system, or none.
@@ -156,7 +156,7 @@ public:
             return;
         if (shm.st_dev == here.st_dev)
             return;
-        std::string templ = "/dev/shm/dir_ops_XXXXXX";
+        std::string templ = "/dev/shm/file_ops_XXXXXX";
         if (mkdtemp(templ.data()))
             _path = templ;
     }
@@ -228,173 +228,283 @@ void run_unprivileged(const std::string& writable_dir, const std::function<std::
 
 } // namespace
 
-// -- mkdir ---------------------------------------------------------------------------
+// -- File probes -------------------------------------------------------------------
 
-TEST_F(dir_ops, mkdir_of_a_bare_drive_succeeds_without_a_system_call)
+TEST_F(FileOps, FileKindIsZeroForAMissingPath)
+{
+    EXPECT_EQ(file_ops::file_kind(tok(at("missing"))), 0);
+}
+
+TEST_F(FileOps, FileKindIsOneForAFile)
+{
+    file("a.txt");
+    EXPECT_EQ(file_ops::file_kind(tok(at("a.txt"))), 1);
+}
+
+TEST_F(FileOps, FileKindIsTwoForADirectory)
+{
+    dir("sub");
+    EXPECT_EQ(file_ops::file_kind(tok(at("sub"))), 2);
+}
+
+TEST_F(FileOps, FileKindDropsATrailingSeparator)
+{
+    file("a.txt");
+    EXPECT_EQ(file_ops::file_kind(tok(at("a.txt") + "/")), 1);
+}
+
+TEST_F(FileOps, FileKindIsTwoForADevice)
+{
+    EXPECT_EQ(file_ops::file_kind("/dev/null"), 2);
+}
+
+TEST_F(FileOps, IsRegularHoldsForAFile)
+{
+    file("a.txt");
+    EXPECT_TRUE(file_ops::is_regular(tok(at("a.txt"))));
+}
+
+TEST_F(FileOps, IsRegularFailsForADirectory)
+{
+    dir("sub");
+    EXPECT_FALSE(file_ops::is_regular(tok(at("sub"))));
+}
+
+TEST_F(FileOps, IsRegularFailsForAMissingPath)
+{
+    EXPECT_FALSE(file_ops::is_regular(tok(at("missing"))));
+}
+
+TEST_F(FileOps, IsRegularFailsForADevice)
+{
+    EXPECT_FALSE(file_ops::is_regular("/dev/null"));
+}
+
+TEST_F(FileOps, IsDirectoryHoldsForADirectory)
+{
+    dir("sub");
+    EXPECT_TRUE(file_ops::is_directory(tok(at("sub"))));
+}
+
+TEST_F(FileOps, IsDirectoryDropsATrailingSeparator)
+{
+    dir("sub");
+    EXPECT_TRUE(file_ops::is_directory(tok(at("sub") + "\\")));
+}
+
+TEST_F(FileOps, IsDirectoryFailsForAFile)
+{
+    file("a.txt");
+    EXPECT_FALSE(file_ops::is_directory(tok(at("a.txt"))));
+}
+
+TEST_F(FileOps, IsDirectoryHoldsForTheRootSlash)
+{
+    EXPECT_TRUE(file_ops::is_directory("/"));
+}
+
+TEST_F(FileOps, IsDirectoryProbesABareDriveWithItsSeparator)
+{
+    dir("C:");
+    cwd_guard here(tmp.path().string());
+    EXPECT_TRUE(file_ops::is_directory("C:"));
+}
+
+TEST_F(FileOps, StatGivesTheSize)
+{
+    file("a.txt", "a.txt");
+    velk::os::stat_record st;
+    ASSERT_TRUE(file_ops::stat(tok(at("a.txt")), st));
+    EXPECT_EQ(static_cast<uintmax_t>(st.st_size), fs::file_size(at("a.txt")));
+}
+
+TEST_F(FileOps, StatFailsForAMissingPath)
+{
+    velk::os::stat_record st;
+    EXPECT_FALSE(file_ops::stat(tok(at("missing")), st));
+}
+
+TEST_F(FileOps, ChdirMakesTheCurrentDirectory)
+{
+    dir("sub");
+    cwd_guard here(tmp.path().string());
+    ASSERT_EQ(file_ops::chdir(tok(at("sub") + "/")), 0);
+    EXPECT_EQ(fs::current_path(), fs::canonical(at("sub")));
+}
+
+TEST_F(FileOps, ChdirFailsForAMissingPath)
 {
     cwd_guard here(tmp.path().string());
-    EXPECT_EQ(directory::mkdir("C:"), opcd());
+    EXPECT_EQ(file_ops::chdir(tok(at("missing"))), -1);
+}
+
+// -- mkdir ---------------------------------------------------------------------------
+
+TEST_F(FileOps, MkdirOfABareDriveSucceedsWithoutASystemCall)
+{
+    cwd_guard here(tmp.path().string());
+    EXPECT_EQ(file_ops::mkdir("C:"), opcd());
     EXPECT_FALSE(exists(at("C:"))) << "a directory named C: was made";
 }
 
-TEST_F(dir_ops, mkdir_of_a_bare_drive_with_a_separator_succeeds_too)
+TEST_F(FileOps, MkdirOfABareDriveWithASeparatorSucceedsToo)
 {
     cwd_guard here(tmp.path().string());
-    EXPECT_EQ(directory::mkdir("D:/"), opcd());
+    EXPECT_EQ(file_ops::mkdir("D:/"), opcd());
     EXPECT_FALSE(exists(at("D:")));
 }
 
-TEST_F(dir_ops, mkdir_makes_a_directory)
+TEST_F(FileOps, MkdirMakesADirectory)
 {
-    EXPECT_EQ(directory::mkdir(tok(at("new"))), opcd());
+    EXPECT_EQ(file_ops::mkdir(tok(at("new"))), opcd());
     EXPECT_TRUE(is_dir(at("new")));
 }
 
-TEST_F(dir_ops, mkdir_drops_a_trailing_separator)
+TEST_F(FileOps, MkdirDropsATrailingSeparator)
 {
-    EXPECT_EQ(directory::mkdir(tok(at("new/"))), opcd());
+    EXPECT_EQ(file_ops::mkdir(tok(at("new/"))), opcd());
     EXPECT_TRUE(is_dir(at("new")));
 }
 
-TEST_F(dir_ops, mkdir_gives_its_directories_mode_750)
+TEST_F(FileOps, MkdirGivesItsDirectoriesMode750)
 {
-    ASSERT_EQ(directory::mkdir(tok(at("new"))), opcd());
+    ASSERT_EQ(file_ops::mkdir(tok(at("new"))), opcd());
     mode_t mask = umask(0);
     umask(mask);
     EXPECT_EQ(stat_of(at("new")).st_mode & 0777, 0750u & ~mask);
 }
 
-TEST_F(dir_ops, mkdir_on_an_existing_directory_succeeds)
+TEST_F(FileOps, MkdirOnAnExistingDirectorySucceeds)
 {
     dir("there");
-    EXPECT_EQ(directory::mkdir(tok(at("there"))), opcd());
+    EXPECT_EQ(file_ops::mkdir(tok(at("there"))), opcd());
 }
 
-TEST_F(dir_ops, mkdir_on_an_existing_file_succeeds)
+TEST_F(FileOps, MkdirOnAnExistingFileSucceeds)
 {
     file("plain", "keep");
-    EXPECT_EQ(directory::mkdir(tok(at("plain"))), opcd());
+    EXPECT_EQ(file_ops::mkdir(tok(at("plain"))), opcd());
     EXPECT_EQ(read_file(at("plain")), "keep");
 }
 
-TEST_F(dir_ops, mkdir_with_a_missing_parent_fails)
+TEST_F(FileOps, MkdirWithAMissingParentFails)
 {
-    EXPECT_EQ(directory::mkdir(tok(at("no/such"))), ers::failed);
+    EXPECT_EQ(file_ops::mkdir(tok(at("no/such"))), ers::failed);
     EXPECT_FALSE(exists(at("no")));
 }
 
-TEST_F(dir_ops, mkdir_below_a_regular_file_fails)
+TEST_F(FileOps, MkdirBelowARegularFileFails)
 {
     file("plain");
-    EXPECT_EQ(directory::mkdir(tok(at("plain/sub"))), ers::failed);
+    EXPECT_EQ(file_ops::mkdir(tok(at("plain/sub"))), ers::failed);
 }
 
-TEST_F(dir_ops, mkdir_of_an_empty_path_fails)
+TEST_F(FileOps, MkdirOfAnEmptyPathFails)
 {
-    EXPECT_EQ(directory::mkdir(""), ers::failed);
+    EXPECT_EQ(file_ops::mkdir(""), ers::failed);
 }
 
 // -- mkdir_tree ---------------------------------------------------------------------
 
-TEST_F(dir_ops, mkdir_tree_makes_every_level)
+TEST_F(FileOps, MkdirTreeMakesEveryLevel)
 {
-    EXPECT_EQ(directory::mkdir_tree(tok(at("a/b/c")), false), opcd());
+    EXPECT_EQ(file_ops::mkdir_tree(tok(at("a/b/c")), false), opcd());
     EXPECT_TRUE(is_dir(at("a/b/c")));
 }
 
-TEST_F(dir_ops, mkdir_tree_with_skip_last_leaves_the_file_name)
+TEST_F(FileOps, MkdirTreeWithSkipLastLeavesTheFileNameOut)
 {
-    EXPECT_EQ(directory::mkdir_tree(tok(at("a/b/file.txt")), true), opcd());
+    EXPECT_EQ(file_ops::mkdir_tree(tok(at("a/b/file.txt")), true), opcd());
     EXPECT_TRUE(is_dir(at("a/b")));
     EXPECT_FALSE(exists(at("a/b/file.txt")));
 }
 
-TEST_F(dir_ops, mkdir_tree_with_skip_last_makes_a_level_marked_by_a_trailing_separator)
+TEST_F(FileOps, MkdirTreeWithSkipLastMakesALevelMarkedByATrailingSeparator)
 {
-    EXPECT_EQ(directory::mkdir_tree(tok(at("a/b/c//")), true), opcd());
+    EXPECT_EQ(file_ops::mkdir_tree(tok(at("a/b/c//")), true), opcd());
     EXPECT_TRUE(is_dir(at("a/b/c")));
 }
 
-TEST_F(dir_ops, mkdir_tree_takes_both_separators_and_runs_of_them)
+TEST_F(FileOps, MkdirTreeTakesBothSeparatorsAndRunsOfThem)
 {
-    EXPECT_EQ(directory::mkdir_tree(tok(tmp.path().string() + "\\x//y\\z"), false), opcd());
+    EXPECT_EQ(file_ops::mkdir_tree(tok(tmp.path().string() + "\\x//y\\z"), false), opcd());
     EXPECT_TRUE(is_dir(at("x/y/z")));
 }
 
-TEST_F(dir_ops, mkdir_tree_on_existing_levels_succeeds)
+TEST_F(FileOps, MkdirTreeOnExistingLevelsSucceeds)
 {
     dir("a/b");
-    EXPECT_EQ(directory::mkdir_tree(tok(at("a/b/c")), false), opcd());
+    EXPECT_EQ(file_ops::mkdir_tree(tok(at("a/b/c")), false), opcd());
     EXPECT_TRUE(is_dir(at("a/b/c")));
 }
 
-TEST_F(dir_ops, mkdir_tree_returns_the_first_failure_at_once)
+TEST_F(FileOps, MkdirTreeReturnsTheFirstFailureAtOnce)
 {
     file("plain");
-    EXPECT_EQ(directory::mkdir_tree(tok(at("plain/a/b")), false), ers::failed);
+    EXPECT_EQ(file_ops::mkdir_tree(tok(at("plain/a/b")), false), ers::failed);
     EXPECT_TRUE(is_file(at("plain")));
 }
 
 // -- delete_file and delete_directory ---------------------------------------------------
 
-TEST_F(dir_ops, delete_file_removes_a_file)
+TEST_F(FileOps, DeleteFileRemovesAFile)
 {
     file("f");
-    EXPECT_EQ(directory::delete_file(tok(at("f"))), opcd());
+    EXPECT_EQ(file_ops::delete_file(tok(at("f"))), opcd());
     EXPECT_FALSE(exists(at("f")));
 }
 
-TEST_F(dir_ops, delete_file_of_a_missing_file_gives_ioerr)
+TEST_F(FileOps, DeleteFileOfAMissingFileGivesIoError)
 {
-    EXPECT_EQ(directory::delete_file(tok(at("missing"))), ers::io_error);
+    EXPECT_EQ(file_ops::delete_file(tok(at("missing"))), ers::io_error);
 }
 
-TEST_F(dir_ops, delete_file_never_removes_a_directory)
+TEST_F(FileOps, DeleteFileNeverRemovesADirectory)
 {
     dir("empty");
-    EXPECT_EQ(directory::delete_file(tok(at("empty"))), ers::io_error);
+    EXPECT_EQ(file_ops::delete_file(tok(at("empty"))), ers::io_error);
     EXPECT_TRUE(is_dir(at("empty")));
 }
 
-TEST_F(dir_ops, delete_directory_removes_an_empty_directory)
+TEST_F(FileOps, DeleteDirectoryRemovesAnEmptyDirectory)
 {
     dir("empty");
-    EXPECT_EQ(directory::delete_directory(tok(at("empty/")), false), opcd());
+    EXPECT_EQ(file_ops::delete_directory(tok(at("empty/")), false), opcd());
     EXPECT_FALSE(exists(at("empty")));
 }
 
-TEST_F(dir_ops, delete_directory_without_recursion_leaves_a_full_directory)
+TEST_F(FileOps, DeleteDirectoryWithoutRecursionLeavesAFullDirectory)
 {
     file("full/f");
-    EXPECT_EQ(directory::delete_directory(tok(at("full")), false), ers::io_error);
+    EXPECT_EQ(file_ops::delete_directory(tok(at("full")), false), ers::io_error);
     EXPECT_TRUE(is_file(at("full/f")));
 }
 
-TEST_F(dir_ops, delete_directory_with_recursion_removes_the_tree)
+TEST_F(FileOps, DeleteDirectoryWithRecursionRemovesTheTree)
 {
     sample_tree("a");
-    EXPECT_EQ(directory::delete_directory(tok(at("a")), true), opcd());
+    EXPECT_EQ(file_ops::delete_directory(tok(at("a")), true), opcd());
     EXPECT_FALSE(exists(at("a")));
 }
 
-TEST_F(dir_ops, delete_directory_of_a_missing_directory_gives_ioerr)
+TEST_F(FileOps, DeleteDirectoryOfAMissingDirectoryGivesIoError)
 {
-    EXPECT_EQ(directory::delete_directory(tok(at("missing")), true), ers::io_error);
+    EXPECT_EQ(file_ops::delete_directory(tok(at("missing")), true), ers::io_error);
 }
 
-TEST_F(dir_ops, delete_directory_removes_links_without_following_them)
+TEST_F(FileOps, DeleteDirectoryRemovesLinksWithoutFollowingThem)
 {
     file("outside/keep.txt", "kept");
     file("outside/deeper/keep2.txt", "kept");
     file("a/f");
     fs::create_directory_symlink(at("outside"), at("a/link"));
-    EXPECT_EQ(directory::delete_directory(tok(at("a")), true), opcd());
+    EXPECT_EQ(file_ops::delete_directory(tok(at("a")), true), opcd());
     EXPECT_FALSE(exists(at("a")));
     EXPECT_EQ(read_file(at("outside/keep.txt")), "kept");
     EXPECT_EQ(read_file(at("outside/deeper/keep2.txt")), "kept");
 }
 
-TEST_F(dir_ops, delete_directory_of_a_tree_with_an_undeletable_file_leaves_the_top_and_gives_ioerr)
+TEST_F(FileOps, DeleteDirectoryOfATreeWithAnUndeletableFileLeavesTheTopAndGivesIoError)
 {
     std::string root = dir("work");
     run_unprivileged(root, [root]() -> std::string {
@@ -404,7 +514,7 @@ TEST_F(dir_ops, delete_directory_of_a_tree_with_an_undeletable_file_leaves_the_t
         write_file(top + "/locked/stuck.txt", "stuck");
         if (::chmod((top + "/locked").c_str(), 0555) != 0)
             return "chmod failed";
-        opcd e = directory::delete_directory(token(top.c_str()), true);
+        opcd e = file_ops::delete_directory(token(top.c_str()), true);
         std::string why;
         if (!(e == ers::io_error))
             why += "result was not IOerr; ";
@@ -421,123 +531,123 @@ TEST_F(dir_ops, delete_directory_of_a_tree_with_an_undeletable_file_leaves_the_t
 
 // -- delete_files ----------------------------------------------------------------------
 
-TEST_F(dir_ops, delete_files_removes_the_matching_files_only)
+TEST_F(FileOps, DeleteFilesRemovesTheMatchingFilesOnly)
 {
     file("d/a.tmp");
     file("d/b.TMP");
     file("d/c.txt");
-    EXPECT_EQ(directory::delete_files(tok(at("d/*.tmp"))), opcd());
+    EXPECT_EQ(file_ops::delete_files(tok(at("d/*.tmp"))), opcd());
     EXPECT_FALSE(exists(at("d/a.tmp")));
     EXPECT_FALSE(exists(at("d/b.TMP")));
     EXPECT_TRUE(exists(at("d/c.txt")));
 }
 
-TEST_F(dir_ops, delete_files_reports_the_directories_it_could_not_remove)
+TEST_F(FileOps, DeleteFilesReportsTheDirectoriesItCouldNotRemove)
 {
     file("d/a.txt");
     dir("d/sub");
-    EXPECT_EQ(directory::delete_files(tok(at("d/*"))), ers::io_error);
+    EXPECT_EQ(file_ops::delete_files(tok(at("d/*"))), ers::io_error);
     EXPECT_FALSE(exists(at("d/a.txt")));
     EXPECT_TRUE(is_dir(at("d/sub")));
     EXPECT_TRUE(is_dir(at("d")));
 }
 
-TEST_F(dir_ops, delete_files_in_a_missing_directory_fails)
+TEST_F(FileOps, DeleteFilesInAMissingDirectoryFails)
 {
-    EXPECT_EQ(directory::delete_files(tok(at("missing/*.txt"))), ers::failed);
+    EXPECT_EQ(file_ops::delete_files(tok(at("missing/*.txt"))), ers::failed);
 }
 
-TEST_F(dir_ops, delete_files_without_a_directory_part_fails)
+TEST_F(FileOps, DeleteFilesWithoutADirectoryPartFails)
 {
     cwd_guard here(tmp.path().string());
     file("a.txt");
-    EXPECT_EQ(directory::delete_files("*.txt"), ers::failed);
+    EXPECT_EQ(file_ops::delete_files("*.txt"), ers::failed);
     EXPECT_TRUE(exists(at("a.txt")));
 }
 
 // -- copy_file ----------------------------------------------------------------------------
 
-TEST_F(dir_ops, copy_file_copies_the_content)
+TEST_F(FileOps, CopyFileCopiesTheContent)
 {
     std::string data(100000, '\0');
     for (size_t i = 0; i < data.size(); ++i)
         data[i] = char(i * 13);
     file("src.bin", data);
-    EXPECT_EQ(directory::copy_file(tok(at("src.bin")), tok(at("dst.bin"))), opcd());
+    EXPECT_EQ(file_ops::copy_file(tok(at("src.bin")), tok(at("dst.bin"))), opcd());
     EXPECT_EQ(read_file(at("dst.bin")), data);
     EXPECT_EQ(read_file(at("src.bin")), data);
 }
 
-TEST_F(dir_ops, copy_file_of_an_empty_file_makes_an_empty_file)
+TEST_F(FileOps, CopyFileOfAnEmptyFileMakesAnEmptyFile)
 {
     file("empty", "");
-    EXPECT_EQ(directory::copy_file(tok(at("empty")), tok(at("copy"))), opcd());
+    EXPECT_EQ(file_ops::copy_file(tok(at("empty")), tok(at("copy"))), opcd());
     EXPECT_TRUE(is_file(at("copy")));
     EXPECT_EQ(read_file(at("copy")), "");
 }
 
-TEST_F(dir_ops, copy_file_replaces_a_longer_destination)
+TEST_F(FileOps, CopyFileReplacesALongerDestination)
 {
     file("src", "short");
     file("dst", "a much longer old content");
-    EXPECT_EQ(directory::copy_file(tok(at("src")), tok(at("dst"))), opcd());
+    EXPECT_EQ(file_ops::copy_file(tok(at("src")), tok(at("dst"))), opcd());
     EXPECT_EQ(read_file(at("dst")), "short");
 }
 
-TEST_F(dir_ops, copy_file_onto_itself_does_nothing)
+TEST_F(FileOps, CopyFileOntoItselfDoesNothing)
 {
     std::string p = file("same", "content");
     struct timespec old_time = stat_of(p).st_mtim;
-    EXPECT_EQ(directory::copy_file(tok(p), tok(p)), opcd());
+    EXPECT_EQ(file_ops::copy_file(tok(p), tok(p)), opcd());
     EXPECT_EQ(read_file(p), "content");
     EXPECT_EQ(stat_of(p).st_mtim.tv_nsec, old_time.tv_nsec);
     EXPECT_EQ(stat_of(p).st_mtim.tv_sec, old_time.tv_sec);
 }
 
-TEST_F(dir_ops, copy_file_onto_another_spelling_of_itself_keeps_the_content)
+TEST_F(FileOps, CopyFileOntoAnotherSpellingOfItselfKeepsTheContent)
 {
     std::string p = file("d/same", "content");
-    EXPECT_EQ(directory::copy_file(tok(p), tok(at("d/./same"))), opcd());
+    EXPECT_EQ(file_ops::copy_file(tok(p), tok(at("d/./same"))), opcd());
     EXPECT_EQ(read_file(p), "content");
 }
 
-TEST_F(dir_ops, copy_file_of_a_missing_source_gives_ioerr_and_makes_nothing)
+TEST_F(FileOps, CopyFileOfAMissingSourceGivesIoErrorAndMakesNothing)
 {
-    EXPECT_EQ(directory::copy_file(tok(at("missing")), tok(at("dst"))), ers::io_error);
+    EXPECT_EQ(file_ops::copy_file(tok(at("missing")), tok(at("dst"))), ers::io_error);
     EXPECT_FALSE(exists(at("dst")));
 }
 
-TEST_F(dir_ops, copy_file_of_a_directory_gives_ioerr)
+TEST_F(FileOps, CopyFileOfADirectoryGivesIoError)
 {
     dir("d");
-    EXPECT_EQ(directory::copy_file(tok(at("d")), tok(at("dst"))), ers::io_error);
+    EXPECT_EQ(file_ops::copy_file(tok(at("d")), tok(at("dst"))), ers::io_error);
     EXPECT_FALSE(exists(at("dst")));
 }
 
-TEST_F(dir_ops, copy_file_below_a_regular_file_gives_ioerr)
+TEST_F(FileOps, CopyFileBelowARegularFileGivesIoError)
 {
     file("src", "data");
     file("plain");
-    EXPECT_EQ(directory::copy_file(tok(at("src")), tok(at("plain/dst"))), ers::io_error);
+    EXPECT_EQ(file_ops::copy_file(tok(at("src")), tok(at("plain/dst"))), ers::io_error);
 }
 
-TEST_F(dir_ops, copy_file_into_proc_gives_ioerr)
+TEST_F(FileOps, CopyFileToAPlaceThatRefusesFilesGivesIoError)
 {
     if (::access("/proc/self/status", F_OK) != 0)
         GTEST_SKIP() << "no /proc on this system";
     file("src", "data");
-    EXPECT_EQ(directory::copy_file(tok(at("src")), "/proc/velk_copy_target"), ers::io_error);
+    EXPECT_EQ(file_ops::copy_file(tok(at("src")), "/proc/velk_copy_target"), ers::io_error);
     EXPECT_FALSE(exists("/proc/velk_copy_target"));
 }
 
-TEST_F(dir_ops, copy_file_with_a_short_write_gives_write_failed_and_leaves_the_partial_copy)
+TEST_F(FileOps, CopyFileWithAShortWriteGivesWriteFailedAndLeavesThePartialCopy)
 {
     file("src", std::string(300, 's'));
     opcd e;
     {
         file_size_limit limit(100);
         ASSERT_TRUE(limit.ok());
-        e = directory::copy_file(tok(at("src")), tok(at("dst")));
+        e = file_ops::copy_file(tok(at("src")), tok(at("dst")));
     }
     EXPECT_EQ(e, ers::io_error);
     EXPECT_STREQ(e.info(), "write operation failed");
@@ -546,55 +656,55 @@ TEST_F(dir_ops, copy_file_with_a_short_write_gives_write_failed_and_leaves_the_p
 
 // -- move_file ------------------------------------------------------------------------------
 
-TEST_F(dir_ops, move_file_renames_a_file)
+TEST_F(FileOps, MoveFileRenamesAFile)
 {
     file("a", "moved");
-    EXPECT_EQ(directory::move_file(tok(at("a")), tok(at("b"))), opcd());
+    EXPECT_EQ(file_ops::move_file(tok(at("a")), tok(at("b"))), opcd());
     EXPECT_FALSE(exists(at("a")));
     EXPECT_EQ(read_file(at("b")), "moved");
 }
 
-TEST_F(dir_ops, move_file_moves_a_directory)
+TEST_F(FileOps, MoveFileMovesADirectory)
 {
     sample_tree("a");
-    EXPECT_EQ(directory::move_file(tok(at("a")), tok(at("b"))), opcd());
+    EXPECT_EQ(file_ops::move_file(tok(at("a")), tok(at("b"))), opcd());
     EXPECT_FALSE(exists(at("a")));
     EXPECT_EQ(read_file(at("b/sub/3.txt")), "three");
 }
 
-TEST_F(dir_ops, move_file_of_a_missing_source_gives_ioerr)
+TEST_F(FileOps, MoveFileOfAMissingSourceGivesIoError)
 {
-    EXPECT_EQ(directory::move_file(tok(at("missing")), tok(at("b"))), ers::io_error);
+    EXPECT_EQ(file_ops::move_file(tok(at("missing")), tok(at("b"))), ers::io_error);
     EXPECT_FALSE(exists(at("b")));
 }
 
-TEST_F(dir_ops, move_file_never_replaces_an_existing_destination)
+TEST_F(FileOps, MoveFileNeverReplacesAnExistingDestination)
 {
     file("a", "new");
     file("b", "old");
-    EXPECT_EQ(directory::move_file(tok(at("a")), tok(at("b"))), ers::io_error);
+    EXPECT_EQ(file_ops::move_file(tok(at("a")), tok(at("b"))), ers::io_error);
     EXPECT_EQ(read_file(at("a")), "new");
     EXPECT_EQ(read_file(at("b")), "old");
 }
 
-TEST_F(dir_ops, move_file_into_proc_gives_ioerr_and_keeps_the_source)
+TEST_F(FileOps, MoveFileToAPlaceThatRefusesFilesGivesIoErrorAndKeepsTheSource)
 {
     if (::access("/proc/self/status", F_OK) != 0)
         GTEST_SKIP() << "no /proc on this system";
     file("a", "stay");
-    EXPECT_EQ(directory::move_file(tok(at("a")), "/proc/velk_move_target"), ers::io_error);
+    EXPECT_EQ(file_ops::move_file(tok(at("a")), "/proc/velk_move_target"), ers::io_error);
     EXPECT_EQ(read_file(at("a")), "stay");
 }
 
-TEST_F(dir_ops, move_file_below_a_regular_file_gives_ioerr_and_keeps_the_source)
+TEST_F(FileOps, MoveFileBelowARegularFileGivesIoErrorAndKeepsTheSource)
 {
     file("a", "stay");
     file("plain");
-    EXPECT_EQ(directory::move_file(tok(at("a")), tok(at("plain/a"))), ers::io_error);
+    EXPECT_EQ(file_ops::move_file(tok(at("a")), tok(at("plain/a"))), ers::io_error);
     EXPECT_EQ(read_file(at("a")), "stay");
 }
 
-TEST_F(dir_ops, move_file_across_file_systems_moves_content_permission_and_times)
+TEST_F(FileOps, MoveFileAcrossFileSystemsMovesContentPermissionAndTimes)
 {
     other_fs other(tmp.path());
     REQUIRE_OTHER_FS(other);
@@ -603,25 +713,25 @@ TEST_F(dir_ops, move_file_across_file_systems_moves_content_permission_and_times
     timespec times[2] = {{1000000000, 0}, {1200000000, 0}};
     ASSERT_EQ(utimensat(AT_FDCWD, src.c_str(), times, 0), 0);
     std::string dst = other / "a";
-    EXPECT_EQ(directory::move_file(tok(src), tok(dst)), opcd());
+    EXPECT_EQ(file_ops::move_file(tok(src), tok(dst)), opcd());
     EXPECT_FALSE(exists(src));
     EXPECT_EQ(read_file(dst), std::string(50000, 'm'));
     EXPECT_EQ(stat_of(dst).st_mode & 07777, 0640u);
     EXPECT_EQ(stat_of(dst).st_mtim.tv_sec, 1200000000);
 }
 
-TEST_F(dir_ops, move_file_across_file_systems_never_replaces_an_existing_destination)
+TEST_F(FileOps, MoveFileAcrossFileSystemsNeverReplacesAnExistingDestination)
 {
     other_fs other(tmp.path());
     REQUIRE_OTHER_FS(other);
     std::string src = file("a", "new");
     write_file(other / "a", "old");
-    EXPECT_EQ(directory::move_file(tok(src), tok(other / "a")), ers::io_error);
+    EXPECT_EQ(file_ops::move_file(tok(src), tok(other / "a")), ers::io_error);
     EXPECT_EQ(read_file(src), "new");
     EXPECT_EQ(read_file(other / "a"), "old");
 }
 
-TEST_F(dir_ops, move_file_across_file_systems_that_fails_to_copy_leaves_the_source_and_no_copy)
+TEST_F(FileOps, MoveFileAcrossFileSystemsThatFailsToCopyLeavesTheSourceAndNoCopy)
 {
     other_fs other(tmp.path());
     REQUIRE_OTHER_FS(other);
@@ -630,39 +740,39 @@ TEST_F(dir_ops, move_file_across_file_systems_that_fails_to_copy_leaves_the_sour
     {
         file_size_limit limit(1000);
         ASSERT_TRUE(limit.ok());
-        e = directory::move_file(tok(src), tok(other / "a"));
+        e = file_ops::move_file(tok(src), tok(other / "a"));
     }
     EXPECT_EQ(e, ers::io_error);
     EXPECT_EQ(read_file(src), std::string(100000, 'q'));
     EXPECT_FALSE(exists(other / "a"));
 }
 
-TEST_F(dir_ops, move_file_across_file_systems_below_a_regular_file_keeps_the_source)
+TEST_F(FileOps, MoveFileAcrossFileSystemsBelowARegularFileKeepsTheSource)
 {
     other_fs other(tmp.path());
     REQUIRE_OTHER_FS(other);
     std::string src = file("a", "stay");
     write_file(other / "plain", "");
-    EXPECT_EQ(directory::move_file(tok(src), tok(other / "plain/a")), ers::io_error);
+    EXPECT_EQ(file_ops::move_file(tok(src), tok(other / "plain/a")), ers::io_error);
     EXPECT_EQ(read_file(src), "stay");
 }
 
-TEST_F(dir_ops, move_file_of_a_directory_across_file_systems_gives_ioerr_and_keeps_it)
+TEST_F(FileOps, MoveFileOfADirectoryAcrossFileSystemsGivesIoErrorAndKeepsIt)
 {
     other_fs other(tmp.path());
     REQUIRE_OTHER_FS(other);
     sample_tree("a");
-    EXPECT_EQ(directory::move_file(tok(at("a")), tok(other / "a")), ers::io_error);
+    EXPECT_EQ(file_ops::move_file(tok(at("a")), tok(other / "a")), ers::io_error);
     EXPECT_EQ(read_file(at("a/sub/3.txt")), "three");
     EXPECT_FALSE(exists(other / "a"));
 }
 
-TEST_F(dir_ops, move_file_moves_a_link_across_file_systems_as_a_link)
+TEST_F(FileOps, MoveFileMovesALinkAcrossFileSystemsAsALink)
 {
     other_fs other(tmp.path());
     REQUIRE_OTHER_FS(other);
     fs::create_symlink("target/name", at("link"));
-    EXPECT_EQ(directory::move_file(tok(at("link")), tok(other / "link")), opcd());
+    EXPECT_EQ(file_ops::move_file(tok(at("link")), tok(other / "link")), opcd());
     EXPECT_FALSE(exists(at("link")));
     EXPECT_EQ(fs::read_symlink(other / "link").string(), "target/name");
 }
@@ -684,277 +794,277 @@ std::set<std::string> prefixed(const std::string& prefix, const std::set<std::st
 
 } // namespace
 
-TEST_F(dir_ops, transfer_tree_copies_a_to_b_as_its_copy)
+TEST_F(FileOps, TransferTreeMakesTheTargetACopyOfTheSourceDirectory)
 {
     sample_tree("a");
-    EXPECT_EQ(directory::transfer_tree(tok(at("a")), tok(at("b")), false), opcd());
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("a")), tok(at("b")), false), opcd());
     EXPECT_EQ(tree_of(at("b")), sample_entries);
     EXPECT_EQ(read_file(at("b/sub/deep/4.bin")), std::string(20000, '4'));
     EXPECT_EQ(tree_of(at("a")), sample_entries);
 }
 
-TEST_F(dir_ops, transfer_tree_copies_the_contents_of_a_slash_into_b_slash)
+TEST_F(FileOps, TransferTreeFromASlashIntoASlashCopiesTheContentsBesideWhatIsThere)
 {
     sample_tree("a");
     file("b/old.txt");
-    EXPECT_EQ(directory::transfer_tree(tok(at("a/")), tok(at("b/")), false), opcd());
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("a/")), tok(at("b/")), false), opcd());
     std::set<std::string> want = sample_entries;
     want.insert("old.txt");
     EXPECT_EQ(tree_of(at("b")), want);
 }
 
-TEST_F(dir_ops, transfer_tree_copies_the_contents_of_a_slash_into_b)
+TEST_F(FileOps, TransferTreeFromASlashCopiesTheContentsIntoAPlainTarget)
 {
     sample_tree("a");
-    EXPECT_EQ(directory::transfer_tree(tok(at("a/")), tok(at("b")), false), opcd());
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("a/")), tok(at("b")), false), opcd());
     EXPECT_EQ(tree_of(at("b")), sample_entries);
 }
 
-TEST_F(dir_ops, transfer_tree_copies_a_into_b_slash_as_b_a)
+TEST_F(FileOps, TransferTreeIntoASlashMakesTheSourceDirectoryInsideTheTarget)
 {
     sample_tree("a");
     dir("b");
-    EXPECT_EQ(directory::transfer_tree(tok(at("a")), tok(at("b/")), false), opcd());
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("a")), tok(at("b/")), false), opcd());
     EXPECT_EQ(tree_of(at("b")), prefixed("a", sample_entries));
 }
 
-TEST_F(dir_ops, transfer_tree_moving_a_slash_into_b_slash_moves_the_contents_and_a_stays)
+TEST_F(FileOps, TransferTreeMovingFromASlashMovesTheContentsAndKeepsTheSource)
 {
     sample_tree("a");
     dir("b");
-    EXPECT_EQ(directory::transfer_tree(tok(at("a/")), tok(at("b/")), true), opcd());
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("a/")), tok(at("b/")), true), opcd());
     EXPECT_EQ(tree_of(at("b")), sample_entries);
     EXPECT_TRUE(is_dir(at("a")));
     EXPECT_TRUE(tree_of(at("a")).empty());
 }
 
-TEST_F(dir_ops, transfer_tree_moving_a_into_b_slash_makes_b_a_and_a_goes)
+TEST_F(FileOps, TransferTreeMovingIntoASlashMovesTheWholeSourceDirectory)
 {
     sample_tree("a");
     dir("b");
-    EXPECT_EQ(directory::transfer_tree(tok(at("a")), tok(at("b/")), true), opcd());
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("a")), tok(at("b/")), true), opcd());
     EXPECT_EQ(tree_of(at("b")), prefixed("a", sample_entries));
     EXPECT_FALSE(exists(at("a")));
 }
 
-TEST_F(dir_ops, transfer_tree_copies_a_file_into_a_directory)
+TEST_F(FileOps, TransferTreeCopiesAFileIntoADirectory)
 {
     file("d/f.txt", "file");
     dir("b");
-    EXPECT_EQ(directory::transfer_tree(tok(at("d/f.txt")), tok(at("b/")), false), opcd());
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("d/f.txt")), tok(at("b/")), false), opcd());
     EXPECT_EQ(read_file(at("b/f.txt")), "file");
     EXPECT_TRUE(is_file(at("d/f.txt")));
 }
 
-TEST_F(dir_ops, transfer_tree_moves_a_file_to_a_new_name)
+TEST_F(FileOps, TransferTreeMovesAFileToANewName)
 {
     file("f.txt", "file");
-    EXPECT_EQ(directory::transfer_tree(tok(at("f.txt")), tok(at("g.txt")), true), opcd());
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("f.txt")), tok(at("g.txt")), true), opcd());
     EXPECT_EQ(read_file(at("g.txt")), "file");
     EXPECT_FALSE(exists(at("f.txt")));
 }
 
-TEST_F(dir_ops, transfer_tree_of_a_missing_source_gives_ioerr_and_makes_nothing)
+TEST_F(FileOps, TransferTreeOfAMissingSourceGivesIoErrorAndMakesNothing)
 {
-    EXPECT_EQ(directory::transfer_tree(tok(at("missing")), tok(at("b")), false), ers::io_error);
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("missing")), tok(at("b")), false), ers::io_error);
     EXPECT_FALSE(exists(at("b")));
 }
 
-TEST_F(dir_ops, transfer_tree_into_itself_is_refused_and_makes_nothing)
+TEST_F(FileOps, TransferTreeIntoItselfIsRefusedAndMakesNothing)
 {
     sample_tree("a");
-    EXPECT_EQ(directory::transfer_tree(tok(at("a")), tok(at("a/")), false), ers::invalid_params);
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("a")), tok(at("a/")), false), ers::invalid_params);
     EXPECT_EQ(tree_of(at("a")), sample_entries);
 }
 
-TEST_F(dir_ops, transfer_tree_below_a_regular_file_fails_at_once)
+TEST_F(FileOps, TransferTreeBelowARegularFileFailsAtOnce)
 {
     sample_tree("a");
     file("plain");
-    EXPECT_EQ(directory::transfer_tree(tok(at("a")), tok(at("plain/b")), false), ers::failed);
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("a")), tok(at("plain/b")), false), ers::failed);
     EXPECT_EQ(tree_of(at("a")), sample_entries);
 }
 
-TEST_F(dir_ops, transfer_tree_keeps_the_first_failure_and_copies_the_rest)
+TEST_F(FileOps, TransferTreeKeepsTheFirstFailureAndCopiesTheRest)
 {
     sample_tree("a");
     dir("b/1.txt"); // a directory where a file must go
-    EXPECT_EQ(directory::transfer_tree(tok(at("a")), tok(at("b")), false), ers::io_error);
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("a")), tok(at("b")), false), ers::io_error);
     EXPECT_EQ(read_file(at("b/2.log")), "two");
     EXPECT_EQ(read_file(at("b/sub/deep/4.bin")), std::string(20000, '4'));
 }
 
-TEST_F(dir_ops, transfer_tree_moving_with_a_failure_keeps_the_source_top)
+TEST_F(FileOps, TransferTreeMovingWithAFailureKeepsTheSourceTop)
 {
     sample_tree("a");
     file("b/2.log", "in the way");
-    EXPECT_EQ(directory::transfer_tree(tok(at("a")), tok(at("b")), true), ers::io_error);
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("a")), tok(at("b")), true), ers::io_error);
     EXPECT_EQ(read_file(at("a/2.log")), "two");
     EXPECT_EQ(read_file(at("b/2.log")), "in the way");
     EXPECT_EQ(read_file(at("b/sub/3.txt")), "three");
 }
 
-TEST_F(dir_ops, transfer_tree_copies_across_file_systems)
+TEST_F(FileOps, TransferTreeCopiesAcrossFileSystems)
 {
     other_fs other(tmp.path());
     REQUIRE_OTHER_FS(other);
     sample_tree("a");
-    EXPECT_EQ(directory::transfer_tree(tok(at("a")), tok(other / "b"), false), opcd());
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("a")), tok(other / "b"), false), opcd());
     EXPECT_EQ(tree_of(other / "b"), sample_entries);
     EXPECT_EQ(read_file(other / "b/sub/deep/4.bin"), std::string(20000, '4'));
 }
 
-TEST_F(dir_ops, transfer_tree_moves_across_file_systems)
+TEST_F(FileOps, TransferTreeMovesAcrossFileSystems)
 {
     other_fs other(tmp.path());
     REQUIRE_OTHER_FS(other);
     sample_tree("a");
     ASSERT_TRUE(fs::create_directory(other / "b"));
-    EXPECT_EQ(directory::transfer_tree(tok(at("a")), tok(other / "b/"), true), opcd());
+    EXPECT_EQ(file_ops::transfer_tree(tok(at("a")), tok(other / "b/"), true), opcd());
     EXPECT_EQ(tree_of(other / "b"), prefixed("a", sample_entries));
     EXPECT_FALSE(exists(at("a")));
 }
 
 // -- truncate, set_file_times, file_size ---------------------------------------------------------
 
-TEST_F(dir_ops, truncate_cuts_a_file)
+TEST_F(FileOps, TruncateCutsAFile)
 {
     file("f", "0123456789");
-    EXPECT_EQ(directory::truncate(tok(at("f")), 4), opcd());
+    EXPECT_EQ(file_ops::truncate(tok(at("f")), 4), opcd());
     EXPECT_EQ(read_file(at("f")), "0123");
 }
 
-TEST_F(dir_ops, truncate_extends_a_file_with_zeros)
+TEST_F(FileOps, TruncateExtendsAFileWithZeros)
 {
     file("f", "ab");
-    EXPECT_EQ(directory::truncate(tok(at("f")), 5), opcd());
+    EXPECT_EQ(file_ops::truncate(tok(at("f")), 5), opcd());
     EXPECT_EQ(read_file(at("f")), std::string("ab\0\0\0", 5));
 }
 
-TEST_F(dir_ops, truncate_creates_a_missing_file)
+TEST_F(FileOps, TruncateCreatesAMissingFile)
 {
-    EXPECT_EQ(directory::truncate(tok(at("new")), 3), opcd());
+    EXPECT_EQ(file_ops::truncate(tok(at("new")), 3), opcd());
     EXPECT_EQ(read_file(at("new")), std::string(3, '\0'));
 }
 
-TEST_F(dir_ops, truncate_below_a_regular_file_gives_ioerr)
+TEST_F(FileOps, TruncateBelowARegularFileGivesIoError)
 {
     file("plain");
-    EXPECT_EQ(directory::truncate(tok(at("plain/f")), 0), ers::io_error);
+    EXPECT_EQ(file_ops::truncate(tok(at("plain/f")), 0), ers::io_error);
 }
 
-TEST_F(dir_ops, truncate_of_a_directory_gives_ioerr)
+TEST_F(FileOps, TruncateOfADirectoryGivesIoError)
 {
     dir("d");
-    EXPECT_EQ(directory::truncate(tok(at("d")), 0), ers::io_error);
+    EXPECT_EQ(file_ops::truncate(tok(at("d")), 0), ers::io_error);
 }
 
-TEST_F(dir_ops, truncate_to_an_impossible_size_fails_after_the_open)
+TEST_F(FileOps, TruncateToAnImpossibleSizeFailsAfterTheOpen)
 {
     file("f", "keep");
-    EXPECT_EQ(directory::truncate(tok(at("f")), UINT64_MAX / 2 + 1), ers::failed);
+    EXPECT_EQ(file_ops::truncate(tok(at("f")), UINT64_MAX / 2 + 1), ers::failed);
     EXPECT_EQ(read_file(at("f")), "keep");
 }
 
-TEST_F(dir_ops, set_file_times_with_access_0_stores_1970_exactly)
+TEST_F(FileOps, SetFileTimesStoresAnAccessOfZeroAs1970Exactly)
 {
     file("f");
-    EXPECT_EQ(directory::set_file_times(tok(at("f")), 0, 1500000000), opcd());
+    EXPECT_EQ(file_ops::set_file_times(tok(at("f")), 0, 1500000000), opcd());
     struct stat st = stat_of(at("f"));
     EXPECT_EQ(st.st_atim.tv_sec, 0);
     EXPECT_EQ(st.st_atim.tv_nsec, 0);
 }
 
-TEST_F(dir_ops, set_file_times_stores_the_modification_time)
+TEST_F(FileOps, SetFileTimesStoresTheModificationTime)
 {
     file("f");
-    EXPECT_EQ(directory::set_file_times(tok(at("f")), 1000, 1500000000), opcd());
+    EXPECT_EQ(file_ops::set_file_times(tok(at("f")), 1000, 1500000000), opcd());
     struct stat st = stat_of(at("f"));
     EXPECT_EQ(st.st_mtim.tv_sec, 1500000000);
     EXPECT_EQ(st.st_mtim.tv_nsec, 0);
     EXPECT_EQ(st.st_atim.tv_sec, 1000);
 }
 
-TEST_F(dir_ops, set_file_times_of_a_missing_file_gives_ioerr_and_makes_nothing)
+TEST_F(FileOps, SetFileTimesOfAMissingFileGivesIoErrorAndMakesNothing)
 {
-    EXPECT_EQ(directory::set_file_times(tok(at("missing")), 0, 0), ers::io_error);
+    EXPECT_EQ(file_ops::set_file_times(tok(at("missing")), 0, 0), ers::io_error);
     EXPECT_FALSE(exists(at("missing")));
 }
 
-TEST_F(dir_ops, set_file_times_of_a_directory_gives_ioerr)
+TEST_F(FileOps, SetFileTimesOfADirectoryGivesIoError)
 {
     dir("d");
-    EXPECT_EQ(directory::set_file_times(tok(at("d")), 0, 0), ers::io_error);
+    EXPECT_EQ(file_ops::set_file_times(tok(at("d")), 0, 0), ers::io_error);
 }
 
-TEST_F(dir_ops, file_size_of_a_regular_file_is_its_length)
+TEST_F(FileOps, FileSizeOfARegularFileIsItsLength)
 {
     file("f", std::string(12345, 'z'));
-    EXPECT_EQ(directory::file_size(tok(at("f"))), 12345u);
+    EXPECT_EQ(file_ops::file_size(tok(at("f"))), 12345u);
 }
 
-TEST_F(dir_ops, file_size_of_a_directory_or_a_missing_file_is_zero)
+TEST_F(FileOps, FileSizeOfADirectoryOrAMissingFileIsZero)
 {
     dir("d");
-    EXPECT_EQ(directory::file_size(tok(at("d"))), 0u);
-    EXPECT_EQ(directory::file_size(tok(at("missing"))), 0u);
+    EXPECT_EQ(file_ops::file_size(tok(at("d"))), 0u);
+    EXPECT_EQ(file_ops::file_size(tok(at("missing"))), 0u);
 }
 
 // -- Writable ------------------------------------------------------------------------------------
 
-TEST_F(dir_ops, is_writable_of_an_ordinary_file_is_true)
+TEST_F(FileOps, IsWritableOfAnOrdinaryFileIsTrue)
 {
     file("f");
-    EXPECT_TRUE(directory::is_writable(tok(at("f"))));
+    EXPECT_TRUE(file_ops::is_writable(tok(at("f"))));
 }
 
-TEST_F(dir_ops, is_writable_drops_a_trailing_separator)
+TEST_F(FileOps, IsWritableDropsATrailingSeparator)
 {
     dir("d");
-    EXPECT_TRUE(directory::is_writable(tok(at("d/"))));
+    EXPECT_TRUE(file_ops::is_writable(tok(at("d/"))));
 }
 
-TEST_F(dir_ops, is_writable_of_a_missing_path_is_false)
+TEST_F(FileOps, IsWritableOfAMissingPathIsFalse)
 {
     file("plain");
-    EXPECT_FALSE(directory::is_writable(tok(at("missing"))));
-    EXPECT_FALSE(directory::is_writable(tok(at("plain/below"))));
+    EXPECT_FALSE(file_ops::is_writable(tok(at("missing"))));
+    EXPECT_FALSE(file_ops::is_writable(tok(at("plain/below"))));
 }
 
-TEST_F(dir_ops, set_writable_false_clears_every_write_bit_and_keeps_the_rest)
+TEST_F(FileOps, SetWritableFalseClearsEveryWriteBitAndKeepsTheRest)
 {
     std::string p = file("f");
     ::chmod(p.c_str(), 0764);
-    EXPECT_TRUE(directory::set_writable(tok(p), false));
+    EXPECT_TRUE(file_ops::set_writable(tok(p), false));
     EXPECT_EQ(stat_of(p).st_mode & 07777, 0544u);
 }
 
-TEST_F(dir_ops, set_writable_true_gives_the_owner_write_permission)
+TEST_F(FileOps, SetWritableTrueGivesTheOwnerWritePermission)
 {
     std::string p = file("f");
     ::chmod(p.c_str(), 0444);
-    EXPECT_TRUE(directory::set_writable(tok(p), true));
+    EXPECT_TRUE(file_ops::set_writable(tok(p), true));
     EXPECT_EQ(stat_of(p).st_mode & 07777, 0644u);
 }
 
-TEST_F(dir_ops, set_writable_of_a_missing_path_is_false)
+TEST_F(FileOps, SetWritableOfAMissingPathIsFalse)
 {
-    EXPECT_FALSE(directory::set_writable(tok(at("missing")), true));
+    EXPECT_FALSE(file_ops::set_writable(tok(at("missing")), true));
 }
 
-TEST_F(dir_ops, a_file_made_read_only_is_not_writable_for_an_ordinary_user)
+TEST_F(FileOps, SetWritableSwitchesIsWritableForAnOrdinaryUser)
 {
     std::string root = dir("work");
     run_unprivileged(root, [root]() -> std::string {
         std::string p = root + "/f";
         write_file(p, "x");
-        if (!directory::set_writable(token(p.c_str()), false))
+        if (!file_ops::set_writable(token(p.c_str()), false))
             return "set_writable(false) failed";
-        if (directory::is_writable(token(p.c_str())))
+        if (file_ops::is_writable(token(p.c_str())))
             return "still writable";
-        if (!directory::set_writable(token(p.c_str()), true))
+        if (!file_ops::set_writable(token(p.c_str()), true))
             return "set_writable(true) failed";
-        if (!directory::is_writable(token(p.c_str())))
+        if (!file_ops::is_writable(token(p.c_str())))
             return "not writable again";
         return "";
     });
@@ -968,7 +1078,7 @@ namespace {
 std::vector<std::string> walk(const std::string& root, const char* extension, uint32_t mode, int* result = nullptr)
 {
     std::vector<std::string> calls;
-    int r = directory::list_file_paths(tok(root), token(extension), mode, [&](const charstr& p, int kind) {
+    int r = file_ops::list_file_paths(tok(root), token(extension), mode, [&](const charstr& p, int kind) {
         std::string s = str(p);
         calls.push_back(std::to_string(kind) + ":" + s.substr(std::min(s.size(), root.size() + 1)));
     });
@@ -981,14 +1091,14 @@ std::set<std::string> as_set(const std::vector<std::string>& v) { return {v.begi
 
 } // namespace
 
-TEST_F(dir_ops, list_file_paths_with_a_dotted_extension_ignores_case)
+TEST_F(FileOps, ListFilePathsWithADottedExtensionIgnoresCase)
 {
     file("d/A.TXT");
     file("d/b.log");
     EXPECT_EQ(as_set(walk(at("d"), ".txt", 0)), (std::set<std::string>{"0:A.TXT"}));
 }
 
-TEST_F(dir_ops, list_file_paths_with_star_matches_every_file)
+TEST_F(FileOps, ListFilePathsWithAStarMatchesEveryFile)
 {
     file("d/a.txt");
     file("d/noext");
@@ -996,7 +1106,7 @@ TEST_F(dir_ops, list_file_paths_with_star_matches_every_file)
     EXPECT_EQ(as_set(walk(at("d"), "*", 0)), (std::set<std::string>{"0:a.txt", "0:noext", "0:.hidden"}));
 }
 
-TEST_F(dir_ops, list_file_paths_with_an_undotted_extension_wants_a_dot_before_it)
+TEST_F(FileOps, ListFilePathsWithAnUndottedExtensionWantsADotBeforeIt)
 {
     file("d/a.txt");
     file("d/atxt");
@@ -1004,47 +1114,47 @@ TEST_F(dir_ops, list_file_paths_with_an_undotted_extension_wants_a_dot_before_it
     EXPECT_EQ(as_set(walk(at("d"), "txt", 0)), (std::set<std::string>{"0:a.txt"}));
 }
 
-TEST_F(dir_ops, list_file_paths_with_an_empty_extension_matches_every_file)
+TEST_F(FileOps, ListFilePathsWithAnEmptyExtensionMatchesEveryFile)
 {
     file("d/a.txt");
     file("d/b");
     EXPECT_EQ(as_set(walk(at("d"), "", 0)), (std::set<std::string>{"0:a.txt", "0:b"}));
 }
 
-TEST_F(dir_ops, list_file_paths_with_mode_0_never_enters_subdirectories)
+TEST_F(FileOps, ListFilePathsWithoutModeBitsNeverEntersSubdirectories)
 {
     file("d/a.txt");
     file("d/sub/b.txt");
     EXPECT_EQ(as_set(walk(at("d"), "*", 0)), (std::set<std::string>{"0:a.txt"}));
 }
 
-TEST_F(dir_ops, list_file_paths_reports_directories_after_their_contents_with_mode_1)
+TEST_F(FileOps, ListFilePathsWithDirsAfterReportsEachDirectoryAfterItsContents)
 {
     file("d/sub/b.txt");
     EXPECT_EQ(walk(at("d"), "*", 1), (std::vector<std::string>{"0:sub/b.txt", "1:sub"}));
 }
 
-TEST_F(dir_ops, list_file_paths_reports_directories_before_their_contents_with_mode_2)
+TEST_F(FileOps, ListFilePathsWithDirsBeforeReportsEachDirectoryBeforeItsContents)
 {
     file("d/sub/b.txt");
     EXPECT_EQ(walk(at("d"), "*", 2), (std::vector<std::string>{"2:sub", "0:sub/b.txt"}));
 }
 
-TEST_F(dir_ops, list_file_paths_with_mode_3_reports_both)
+TEST_F(FileOps, ListFilePathsWithBothModeBitsReportsEachDirectoryBeforeAndAfter)
 {
     file("d/sub/deep/c.txt");
     EXPECT_EQ(walk(at("d"), ".txt", 3),
               (std::vector<std::string>{"2:sub", "2:sub/deep", "0:sub/deep/c.txt", "1:sub/deep", "1:sub"}));
 }
 
-TEST_F(dir_ops, list_file_paths_of_a_missing_directory_gives_0_and_no_call)
+TEST_F(FileOps, ListFilePathsOfAMissingDirectoryGivesZeroAndCallsNothing)
 {
     int r = -1;
     EXPECT_TRUE(walk(at("missing"), "*", 3, &r).empty());
     EXPECT_EQ(r, 0);
 }
 
-TEST_F(dir_ops, list_file_paths_gives_1_for_a_directory_it_walked)
+TEST_F(FileOps, ListFilePathsGivesOneForADirectoryItWalked)
 {
     dir("d");
     int r = -1;
@@ -1052,7 +1162,7 @@ TEST_F(dir_ops, list_file_paths_gives_1_for_a_directory_it_walked)
     EXPECT_EQ(r, 1);
 }
 
-TEST_F(dir_ops, list_file_paths_lists_a_link_to_a_directory_as_a_file)
+TEST_F(FileOps, ListFilePathsListsALinkToADirectoryAsAFile)
 {
     file("outside/x.txt");
     dir("d");
@@ -1062,11 +1172,11 @@ TEST_F(dir_ops, list_file_paths_lists_a_link_to_a_directory_as_a_file)
 
 // -- unique_temp_dir -----------------------------------------------------------------------------------
 
-TEST_F(dir_ops, unique_temp_dir_makes_a_new_directory_named_by_prefix_and_time)
+TEST_F(FileOps, UniqueTempDirMakesANewDirectoryNamedByPrefixAndTime)
 {
     env_guard env("TMPDIR", tmp.path().string());
     int64_t before = time(nullptr);
-    charstr made = directory::unique_temp_dir("job");
+    charstr made = file_ops::unique_temp_dir("job");
     int64_t after = time(nullptr);
     std::string s = str(made);
     std::string head = tmp.path().string() + "/job";
@@ -1077,7 +1187,7 @@ TEST_F(dir_ops, unique_temp_dir_makes_a_new_directory_named_by_prefix_and_time)
     EXPECT_TRUE(is_dir(s));
 }
 
-TEST_F(dir_ops, unique_temp_dir_after_a_taken_name_gives_a_relative_name)
+TEST_F(FileOps, UniqueTempDirAfterATakenNameGivesARelativeName)
 {
     std::string elsewhere = dir("cwd");
     env_guard env("TMPDIR", tmp.path().string() + "/");
@@ -1085,14 +1195,14 @@ TEST_F(dir_ops, unique_temp_dir_after_a_taken_name_gives_a_relative_name)
     for (int64_t t = now - 2; t < now + 12; ++t)
         dir("p" + std::to_string(t));
     cwd_guard here(elsewhere);
-    charstr made = directory::unique_temp_dir("p");
+    charstr made = file_ops::unique_temp_dir("p");
     std::string s = str(made);
     ASSERT_FALSE(s.empty());
     EXPECT_NE(s[0], '/') << s;
     EXPECT_TRUE(is_dir(elsewhere + "/" + s)) << s;
 }
 
-TEST_F(dir_ops, unique_temp_dir_gives_empty_when_every_attempt_fails)
+TEST_F(FileOps, UniqueTempDirGivesEmptyWhenEveryAttemptFails)
 {
     std::string gone = dir("gone");
     env_guard env("TMPDIR", tmp.path().string());
@@ -1101,64 +1211,5 @@ TEST_F(dir_ops, unique_temp_dir_gives_empty_when_every_attempt_fails)
         dir("q" + std::to_string(t));
     cwd_guard here(gone);
     ASSERT_EQ(::rmdir(gone.c_str()), 0); // relative names can't be made in a removed directory
-    EXPECT_TRUE(directory::unique_temp_dir("q").is_empty());
-}
-
-// -- Operations on the iterator's directory ---------------------------------------------------------------
-
-TEST_F(dir_ops, copy_file_from_with_no_name_takes_the_source_file_name)
-{
-    file("src/f.txt", "from");
-    dir("d");
-    directory it;
-    ASSERT_EQ(it.open(tok(at("d")), "*"), opcd());
-    EXPECT_EQ(it.copy_file_from(tok(at("src/f.txt")), ""), opcd());
-    EXPECT_EQ(read_file(at("d/f.txt")), "from");
-}
-
-TEST_F(dir_ops, copy_file_from_with_a_name_uses_it)
-{
-    file("src/f.txt", "from");
-    dir("d");
-    directory it;
-    ASSERT_EQ(it.open(tok(at("d")), "*"), opcd());
-    EXPECT_EQ(it.copy_file_from(tok(at("src/f.txt")), "g.txt"), opcd());
-    EXPECT_EQ(read_file(at("d/g.txt")), "from");
-}
-
-TEST_F(dir_ops, copy_file_to_copies_out_of_the_directory)
-{
-    file("d/f.txt", "out");
-    directory it;
-    ASSERT_EQ(it.open(tok(at("d")), "*"), opcd());
-    EXPECT_EQ(it.copy_file_to(tok(at("g.txt")), "f.txt"), opcd());
-    EXPECT_EQ(read_file(at("g.txt")), "out");
-}
-
-TEST_F(dir_ops, move_file_from_and_move_file_to_move_through_the_directory)
-{
-    file("src/f.txt", "moving");
-    dir("d");
-    directory it;
-    ASSERT_EQ(it.open(tok(at("d")), "*"), opcd());
-    EXPECT_EQ(it.move_file_from(tok(at("src/f.txt")), ""), opcd());
-    EXPECT_EQ(read_file(at("d/f.txt")), "moving");
-    EXPECT_EQ(it.move_file_to(tok(at("f.txt")), ""), opcd());
-    EXPECT_EQ(read_file(at("f.txt")), "moving");
-    EXPECT_FALSE(exists(at("d/f.txt")));
-    EXPECT_FALSE(exists(at("src/f.txt")));
-}
-
-TEST_F(dir_ops, current_file_operations_use_the_entry_in_hand)
-{
-    file("d/only.txt", "entry");
-    dir("out");
-    directory it;
-    ASSERT_EQ(it.open(tok(at("d")), "*.txt"), opcd());
-    ASSERT_NE(it.next(), nullptr);
-    EXPECT_EQ(it.copy_current_file_to(tok(at("out/copy.txt"))), opcd());
-    EXPECT_EQ(it.move_current_file_to(tok(at("out/moved.txt"))), opcd());
-    EXPECT_EQ(read_file(at("out/copy.txt")), "entry");
-    EXPECT_EQ(read_file(at("out/moved.txt")), "entry");
-    EXPECT_FALSE(exists(at("d/only.txt")));
+    EXPECT_TRUE(file_ops::unique_temp_dir("q").is_empty());
 }

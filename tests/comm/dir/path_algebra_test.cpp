@@ -49,49 +49,49 @@ compacted compact(const char* path, char replacement)
 
 // -- Edge cases -------------------------------------------------------------------
 
-TEST(IsAbsolutePath, DriveAloneIsAbsolute)
+TEST(PathAlgebra, IsAbsolutePathHoldsForADriveAlone)
 {
     EXPECT_TRUE(path_algebra::is_absolute_path("C:"));
 }
 
-TEST(IsAbsolutePath, TwoBackslashesAreAbsolute)
+TEST(PathAlgebra, IsAbsolutePathHoldsForAUncStart)
 {
     EXPECT_TRUE(path_algebra::is_absolute_path("\\\\a"));
 }
 
-TEST(IsAbsolutePath, OneBackslashIsNot)
+TEST(PathAlgebra, IsAbsolutePathFailsForOneLeadingBackslash)
 {
     EXPECT_FALSE(path_algebra::is_absolute_path("\\a"));
 }
 
-TEST(IsAbsolutePath, PlainNameIsNot)
+TEST(PathAlgebra, IsAbsolutePathFailsForAPlainName)
 {
     EXPECT_FALSE(path_algebra::is_absolute_path("a"));
 }
 
-TEST(IsAbsolutePath, EmptyIsNot)
+TEST(PathAlgebra, IsAbsolutePathFailsForAnEmptyPath)
 {
     EXPECT_FALSE(path_algebra::is_absolute_path(""));
 }
 
-TEST(IsAbsolutePath, LeadingSlashIsTheRootHere)
+TEST(PathAlgebra, IsAbsolutePathTakesALeadingSlashForTheRoot)
 {
     EXPECT_TRUE(path_algebra::is_absolute_path("/"));
 }
 
-TEST(AppendPath, ClimbFromTrailingSeparatorReplacesLastSegment)
+TEST(PathAlgebra, AppendPathClimbFromATrailingSeparatorReplacesTheLastSegment)
 {
     appended a = append("a/b/", "../c", false);
     EXPECT_EQ(a.dst, "a/c");
 }
 
-TEST(AppendPath, StartOfDstCountsAsTheParent)
+TEST(PathAlgebra, AppendPathCountsTheStartOfDstAsTheParent)
 {
     appended a = append("a", "../b", false);
     EXPECT_EQ(a.dst, "b");
 }
 
-TEST(AppendPath, NullPathAppendsAsAnEmptyOne)
+TEST(PathAlgebra, AppendPathTakesANullPathAsAnEmptyOne)
 {
     // A null token (no characters at all) is the path of a script without
     // a name; it must act as "", with no copy from its null pointer.
@@ -101,154 +101,154 @@ TEST(AppendPath, NullPathAppendsAsAnEmptyOne)
     EXPECT_EQ(null_path.dst, empty_path.dst);
 }
 
-TEST(AppendPath, ClimbOutOfEmptyDstFails)
+TEST(PathAlgebra, AppendPathFailsToClimbOutOfAnEmptyDst)
 {
     appended a = append("", "../b", false);
     EXPECT_EQ(a.result, 0);
 }
 
-TEST(AppendPath, DotsGluedToANameFail)
+TEST(PathAlgebra, AppendPathFailsOnDotsGluedToAName)
 {
     appended a = append("a/b", "..x", false);
     EXPECT_EQ(a.result, 0);
 }
 
-TEST(AppendPath, FailureLeavesDstUnchanged)
+TEST(PathAlgebra, AppendPathLeavesDstUnchangedOnFailure)
 {
     appended a = append("a/b", "../../../c", true);
     EXPECT_EQ(a.dst, "a/b");
 }
 
-TEST(AppendPath, TakesTheSeparatorOfATrailingOne)
+TEST(PathAlgebra, AppendPathWritesTheBackslashThatDstEndsIn)
 {
     appended a = append("a\\b\\", "c", false);
     EXPECT_EQ(a.dst, "a\\b\\c");
 }
 
-TEST(AppendPath, TrailingSlashGivesSlash)
+TEST(PathAlgebra, AppendPathWritesTheSlashThatDstEndsIn)
 {
     appended a = append("a/b/", "c", false);
     EXPECT_EQ(a.dst, "a/b/c");
 }
 
-TEST(AppendPath, WithoutTrailingSeparatorWritesTheDefault)
+TEST(PathAlgebra, AppendPathWritesTheDefaultSeparatorBehindABareDst)
 {
     appended a = append("a\\b", "c", false);
     EXPECT_EQ(a.dst, std::string("a\\b") + path_algebra::separator + "c");
 }
 
-TEST(AppendPath, ClimbEndingThePathCountsAsClimb)
+TEST(PathAlgebra, AppendPathCountsAClimbThatEndsThePath)
 {
     appended a = append("a/b", "..", true);
     EXPECT_EQ(a.result, 1);
 }
 
-TEST(AppendPath, ClimbInsideThePathCountsAsClimb)
+TEST(PathAlgebra, AppendPathCountsAClimbInsideThePath)
 {
     appended a = append("a", "x/../../y", true);
     EXPECT_EQ(a.result, 1);
 }
 
-TEST(AppendPath, DescentWithoutClimbIsNegative)
+TEST(PathAlgebra, AppendPathGivesMinusOneForADescentThatNeverClimbs)
 {
     appended a = append("a", "x/../y", true);
     EXPECT_EQ(a.result, -1);
 }
 
-TEST(AppendPath, RootSlashSurvivesClimbs)
+TEST(PathAlgebra, AppendPathKeepsTheRootSlashThroughAClimb)
 {
     appended a = append("/a", "../b", true);
     EXPECT_EQ(a.dst, "/b");
 }
 
-TEST(AppendPath, ClimbAboveRootSlashFails)
+TEST(PathAlgebra, AppendPathFailsToClimbAboveTheRootSlash)
 {
     appended a = append("/", "../b", true);
     EXPECT_EQ(a.result, 0);
 }
 
-TEST(AppendPath, AbsolutePathReplacesDst)
+TEST(PathAlgebra, AppendPathReplacesDstByAnAbsolutePath)
 {
     appended a = append("a/b", "C:\\x", true);
     EXPECT_EQ(a.dst, "C:\\x");
 }
 
-TEST(AppendPath, AbsolutePathGivesOne)
+TEST(PathAlgebra, AppendPathGivesOneForAnAbsolutePath)
 {
     appended a = append("a/b", "/x", false);
     EXPECT_EQ(a.result, 1);
 }
 
-TEST(CompactPath, ClimbAboveDriveRootFails)
+TEST(PathAlgebra, CompactPathFailsToClimbAboveADriveRoot)
 {
     compacted c = compact("C:\\a\\..\\..", 0);
     EXPECT_FALSE(c.ok);
 }
 
-TEST(CompactPath, FailureLeavesThePathUnchanged)
+TEST(PathAlgebra, CompactPathLeavesThePathUnchangedOnFailure)
 {
     compacted c = compact("C:\\a\\.\\..\\..", '/');
     EXPECT_EQ(c.path, "C:\\a\\.\\..\\..");
 }
 
-TEST(CompactPath, DriveRelativePathFails)
+TEST(PathAlgebra, CompactPathRefusesADriveRelativePath)
 {
     compacted c = compact("C:a\\b", 0);
     EXPECT_FALSE(c.ok);
 }
 
-TEST(CompactPath, RelativeClimbAboveStartIsKept)
+TEST(PathAlgebra, CompactPathKeepsARelativeClimbAboveTheStart)
 {
     compacted c = compact("../a", 0);
     EXPECT_EQ(c.path, "../a");
 }
 
-TEST(CompactPath, ReplacementRewritesEverySeparator)
+TEST(PathAlgebra, CompactPathRewritesEverySeparatorByTheReplacement)
 {
     compacted c = compact("C:\\a\\\\b/c", '/');
     EXPECT_EQ(c.path, "C:/a/b/c");
 }
 
-TEST(IsSubpath, ComparisonIsCaseSensitive)
+TEST(PathAlgebra, IsSubpathComparesCaseSensitively)
 {
     token path = "A/b/c";
     EXPECT_FALSE(path_algebra::is_subpath("a/b", path));
 }
 
-TEST(IsSubpath, LeavesPathAtWhatFollowsTheRoot)
+TEST(PathAlgebra, IsSubpathLeavesPathAtWhatFollowsTheRoot)
 {
     token path = "a/b/c/d";
     ASSERT_TRUE(path_algebra::is_subpath("a/b", path));
     EXPECT_EQ(str(path), "c/d");
 }
 
-TEST(IsSubpath, FailureLeavesPathUnchanged)
+TEST(PathAlgebra, IsSubpathLeavesPathUnchangedOnFailure)
 {
     token path = "a/c";
     ASSERT_FALSE(path_algebra::is_subpath("a/b", path));
     EXPECT_EQ(str(path), "a/c");
 }
 
-TEST(GetRelativePath, ComparisonIgnoresCase)
+TEST(PathAlgebra, GetRelativePathIgnoresCase)
 {
     charstr out;
     ASSERT_TRUE(path_algebra::get_relative_path("A/B", "a/b/c", out, false));
     EXPECT_EQ(str(out), "c");
 }
 
-TEST(GetRelativePath, DriveOnOneSideOnlyFails)
+TEST(PathAlgebra, GetRelativePathFailsWithADriveOnOneSideOnly)
 {
     charstr out;
     EXPECT_FALSE(path_algebra::get_relative_path("C:/a", "a", out, false));
 }
 
-TEST(GetRelativePath, ClimbAboveStartOfSourceFails)
+TEST(PathAlgebra, GetRelativePathFailsWhenTheSourceClimbsAboveItsStart)
 {
     charstr out;
     EXPECT_FALSE(path_algebra::get_relative_path("a/../..", "a", out, false));
 }
 
-TEST(GetRelativePath, FileNameOfSourceIsNoLevel)
+TEST(PathAlgebra, GetRelativePathTakesTheSourceFileNameForNoLevel)
 {
     charstr out;
     ASSERT_TRUE(path_algebra::get_relative_path("a/b/f.txt", "a/c/g.txt", out, true));
