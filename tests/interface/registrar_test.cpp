@@ -2,7 +2,7 @@
 // does: the front finds this program's registry, names this program in the
 // keys it enters, and sends log lines through the host's hook. Static
 // registration is tested here inside one program; across real modules in
-// tests/plugin/plugin_module_test.
+// tests/module/plugin_module_test.
 #include "interface/registrar.h"
 
 #include "comm/dir/directory.h"
