@@ -1,8 +1,8 @@
-// dynamic_library: a loaded module by its handle, and the loader's reason
-// when a module could not be loaded.
+// dynamic_library: a loaded module by its handle, its one field.
 //
-// The reason is copied out of the loader at the failure, since the loader
-// keeps only its latest message and overwrites it on the next call.
+// error_text answers "Unknown error" whatever happened, as every module's
+// copy does; a program that wants the loader's reason asks last_failure
+// right after the failed open, before the loader's next call overwrites it.
 #pragma once
 
 #include "comm/charstr.h"
@@ -20,9 +20,8 @@ public:
     dynamic_library(const dynamic_library&) = delete;
     dynamic_library& operator=(const dynamic_library&) = delete;
 
-    // True when the module was loaded. False, with the handle null and the
-    // loader's reason in error_text, when it wasn't; a load that succeeds
-    // drops the reason of an earlier failure.
+    // True when the module was loaded; false, with the handle null, when it
+    // wasn't (last_failure tells why).
     bool open(const char* name);
     // Unloads; on success the handle is null. A library that never loaded
     // gives false and keeps its handle as it was.
@@ -31,14 +30,17 @@ public:
     void* symbol(const char* name) const;
 
     void* handle() const { return _handle; }
-    // Why the last open failed, in the loader's words, e.g.
-    // "/x.so: cannot open shared object file: No such file or directory";
-    // "Unknown error" when no open has failed or the loader gave no reason.
-    const char* error_text() const { return _error.is_empty() ? "Unknown error" : _error.c_str(); }
+    // Always "Unknown error".
+    static const char* error_text() { return "Unknown error"; }
+
+    // The loader's words on this thread's last failed load, e.g.
+    // "/x.so: cannot open shared object file: No such file or directory",
+    // taken out of the loader: a second call gives empty. Empty when the
+    // loader has nothing to say. Throws std::bad_alloc.
+    static charstr last_failure();
 
 private:
     void* _handle = nullptr;
-    charstr _error;
 };
 
 } // namespace velk

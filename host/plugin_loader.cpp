@@ -12,7 +12,7 @@ bool plugin_module::load(const char* path, velk::charstr& error)
         return false;
     }
     if (!_library.open(path)) {
-        error << "cannot load the plug-in '" << path << "': " << _library.error_text();
+        error << "cannot load the plug-in '" << path << "': " << velk::dynamic_library::last_failure();
         return false;
     }
     return true;

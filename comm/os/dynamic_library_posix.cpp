@@ -9,13 +9,13 @@ namespace velk {
 bool dynamic_library::open(const char* name)
 {
     _handle = dlopen(name, RTLD_NOW | RTLD_LOCAL);
-    _error.reset();
-    if (!_handle) {
-        const char* reason = dlerror(); // null when the loader has nothing to say
-        if (reason)
-            _error = token(reason);
-    }
     return _handle != nullptr;
+}
+
+charstr dynamic_library::last_failure()
+{
+    const char* reason = dlerror(); // null when the loader has nothing to say
+    return reason ? charstr(token(reason)) : charstr();
 }
 
 bool dynamic_library::close()

@@ -97,7 +97,7 @@ int main(int argc, char** argv)
     velk::dynamic_library plugin;
     const char* path = argc > 1 ? argv[1] : HOSTPROBE_PLUGIN;
     if (!plugin.open(path)) {
-        fprintf(stderr, "embed: cannot load %s: %s\n", path, velk::dynamic_library::error_text());
+        fprintf(stderr, "embed: cannot load %s: %s\n", path, velk::dynamic_library::last_failure().c_str());
         return 1;
     }
     {
