@@ -474,13 +474,38 @@ TEST_F(FilestreamFile, PeekReadSucceedsWhileDataRemains)
     EXPECT_EQ(f.peek_read(0), ers::no_more);
 }
 
-TEST_F(FilestreamFile, PeekReadAfterSetReadPosToTheEndSaysNoMore)
+// Setting a position updates that side's field: peek_read counts from the
+// field, and get_read_pos and get_write_pos report it, so a field left as it
+// was would tell of a place the handle has left.
+TEST_F(FilestreamFile, SetReadPosUpdatesTheFieldSincePeekReadCountsFromIt)
 {
     write_file(path, "abc");
     filestream f;
     ASSERT_EQ(open(f, path, "r"), opcd());
     ASSERT_TRUE(f.set_read_pos(3));
     EXPECT_EQ(f.peek_read(0), ers::no_more);
+}
+
+TEST_F(FilestreamFile, SetReadPosUpdatesTheFieldSinceGetReadPosReportsIt)
+{
+    write_file(path, "0123456789");
+    filestream f;
+    ASSERT_EQ(open(f, path, "r"), opcd());
+    ASSERT_TRUE(f.set_read_pos(6));
+    EXPECT_EQ(f.get_read_pos(), 6u);
+    EXPECT_EQ(read_text(f, 2), "67");
+    EXPECT_EQ(f.get_read_pos(), 8u);
+}
+
+TEST_F(FilestreamFile, SetWritePosUpdatesTheFieldSinceGetWritePosReportsIt)
+{
+    filestream f;
+    ASSERT_EQ(open(f, path, "rwc"), opcd());
+    write_text(f, "0123456789");
+    ASSERT_TRUE(f.set_write_pos(4));
+    EXPECT_EQ(f.get_write_pos(), 4u);
+    write_text(f, "ab");
+    EXPECT_EQ(f.get_write_pos(), 6u);
 }
 
 TEST(Filestream, PeekReadOfAClosedStreamSaysNoMore)

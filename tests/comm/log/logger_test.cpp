@@ -414,7 +414,10 @@ TEST(LoggerPending, DirectoryInPlaceOfTheFileKeepsTheTextPending)
     EXPECT_EQ(read_file(path), "INFO: n0\nINFO: n1\nINFO: n2\nINFO: n3\n");
 }
 
-TEST(LoggerPending, OpenWithANewNameMovesTheFollowingLines)
+// Storing the new name alone would leave an open file written on under the
+// old name for the logger's whole life: the name a user gives must be where
+// the lines go, so open closes the old file.
+TEST(LoggerPending, OpenWithANewNameMovesTheFollowingLinesSinceTheNameMustBeWhereTheyGo)
 {
     temp_dir dir("logger");
     logger log(false, true);
