@@ -381,6 +381,8 @@ void logger::deliver(policy_msg* policy, logmsg* m)
     m->_file = target->_file.lock();
     m->_console = target->_console;
     log_ref r(policy, m);
+    // The filters see the message as its composer made it, logger included.
+    target->run_filters(r);
     // Cleared before the queue gets it: the writer's release must find the
     // message delivered.
     m->_logger = nullptr;
@@ -389,7 +391,7 @@ void logger::deliver(policy_msg* policy, logmsg* m)
         flush();
 }
 
-void logger::enqueue(log_ref& msg)
+void logger::run_filters(log_ref& msg)
 {
     if (!_filters.is_empty()) {
         _filters.walk([&](log_filter* f, const charstr& source, int32_t level) {
@@ -397,8 +399,9 @@ void logger::enqueue(log_ref& msg)
                 (*f)(msg);
         });
     }
-    log_writer::instance().push(msg);
 }
+
+void logger::enqueue(log_ref& msg) { log_writer::instance().push(msg); }
 
 void logger::post(const token& text, const token& source)
 {

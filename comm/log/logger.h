@@ -190,8 +190,8 @@ public:
     logger(const logger&) = delete;
     logger& operator=(const logger&) = delete;
 
-    // Runs the filters of msg, then links msg at the tail of the writer's
-    // queue. Called at delivery, on the composer's thread.
+    // Links msg at the tail of the writer's queue. Called at delivery, on
+    // the composer's thread, after the filters have seen msg.
     virtual void enqueue(log_ref& msg);
 
     // Names the log file (making it when there is none) and passes on
@@ -269,8 +269,10 @@ private:
     friend class policy_msg;
 
     log_ref make_msg(int32_t type, const tokenhash& source, const uint64_t* time_ms);
-    // The composer's last release: hands msg to enqueue.
+    // The composer's last release: runs the filters, then hands msg to enqueue.
     static void deliver(policy_msg* policy, logmsg* msg);
+    // Calls each filter whose source is msg's and whose level takes it.
+    void run_filters(log_ref& msg);
     void make_file();
 
     log_filter_slots _filters;

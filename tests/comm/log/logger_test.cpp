@@ -514,6 +514,20 @@ TEST(LoggerFilters, FilterSeesItsSourceUpToItsLevel)
     EXPECT_EQ(f.written(), "ERROR: [net] \nINFO: [net] \nERROR: [disk] \n");
 }
 
+TEST(LoggerFilters, FilterSeesTheLoggerThatTheMessageIsFor)
+{
+    struct target_filter : velk::log_filter
+    {
+        void operator()(const log_ref& msg) override { seen = msg->target(); }
+        velk::logger* seen = nullptr;
+    };
+    logger log;
+    auto* f = new target_filter;
+    log.add_filter(f, "net", 6);
+    log.create_msg(1, "net", nullptr);
+    EXPECT_EQ(f->seen, &log);
+}
+
 TEST(LoggerFilters, RemovedFilterIsNotCalled)
 {
     logger log;
