@@ -120,6 +120,23 @@ TEST(Regex, BarAtGroupStartFails) { EXPECT_EQ(compile_error("(|a)"), "missing op
 TEST(Regex, LoneOpenParenIsUnmatched) { EXPECT_EQ(compile_error("("), "unmatched left paren"); }
 TEST(Regex, OpenGroupAtEndIsUnmatched) { EXPECT_EQ(compile_error("(a"), "unmatched left paren"); }
 TEST(Regex, NestedOpenGroupIsUnmatched) { EXPECT_EQ(compile_error("((a)"), "unmatched left paren"); }
+
+// A pattern that ends inside a group names the open group before any operand
+// it lacks. Evaluating first would make even a lone "(" a "missing operand
+// for (", which must be "unmatched left paren"; one rule gives all of them
+// the same answer.
+TEST(Regex, StarRightAfterAnOpenGroupAtTheEndIsTheUnmatchedParenSinceTheGroupIsCheckedFirst)
+{
+    EXPECT_EQ(compile_error("(*"), "unmatched left paren");
+}
+TEST(Regex, TwoOpenGroupsAtTheEndAreTheUnmatchedParenSinceTheGroupIsCheckedFirst)
+{
+    EXPECT_EQ(compile_error("(("), "unmatched left paren");
+}
+TEST(Regex, AlternativeLeftOpenInAGroupIsTheUnmatchedParenSinceTheGroupIsCheckedFirst)
+{
+    EXPECT_EQ(compile_error("(a|"), "unmatched left paren");
+}
 TEST(Regex, LoneCloseParenIsUnmatched) { EXPECT_EQ(compile_error(")"), "unmatched right paren"); }
 TEST(Regex, ExtraCloseParenIsUnmatched) { EXPECT_EQ(compile_error("(a))"), "unmatched right paren"); }
 TEST(Regex, CloseParenAfterOperandIsUnmatched) { EXPECT_EQ(compile_error("a)"), "unmatched right paren"); }
