@@ -1,8 +1,10 @@
-// script_file: whole-file reads.
+// script_file: whole-file reads through the library's file stream.
 #include "bindings/js/script_file.h"
 
+#include "comm/binstream/bifstream.h"
+#include "comm/zstring.h"
+
 #include <cstdint>
-#include <cstdio>
 
 namespace velk::js {
 
@@ -13,42 +15,32 @@ namespace {
 // below it).
 constexpr uint32_t max_text_length = INT32_MAX - script_read_block;
 
-struct file_closer
-{
-    FILE* f;
-    ~file_closer()
-    {
-        if (f)
-            fclose(f);
-    }
-};
-
 } // namespace
 
 bool read_script_file(const token& path, charstr& out)
 {
-    charstr name(path); // fopen wants the terminator that a token lacks
-    file_closer file{fopen(name.c_str(), "r")};
-    if (!file.f)
+    bifstream file;
+    if (file.open(zstring(path), "r"))
         return false;
     const uint32_t original = out.lens();
     uint32_t length = original;
-    size_t n = 0;
-    do {
+    for (;;) {
         if (length > max_text_length) {
             out.resize(static_cast<int32_t>(original));
             return false;
         }
         char* block = out.append_buffer(script_read_block);
-        n = fread(block, 1, script_read_block, file.f);
-        length += static_cast<uint32_t>(n);
+        uint64_t left = script_read_block;
+        opcd e = file.read_raw(block, left); // left: what the block still lacks
+        length += script_read_block - static_cast<uint32_t>(left);
         out.resize(static_cast<int32_t>(length)); // drops the unread part of the block
-    } while (n == script_read_block);
-    if (ferror(file.f)) {
-        out.resize(static_cast<int32_t>(original));
-        return false;
+        if (e == ers::no_more)
+            return true; // a short block is the end of the file
+        if (e) {
+            out.resize(static_cast<int32_t>(original));
+            return false;
+        }
     }
-    return true;
 }
 
 } // namespace velk::js

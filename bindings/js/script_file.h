@@ -1,7 +1,7 @@
 // script_file: reading a script's whole text from a file.
 //
-// Through the C runtime's buffered files, mode "r", in blocks of 4096 bytes:
-// the same on every system, with no platform seam of its own.
+// Through the library's file stream for whole files (bifstream), mode "r",
+// in blocks of 4096 bytes, as the Lua binding reads its scripts.
 //
 //   charstr text = prefix;
 //   if (!velk::js::read_script_file(path, text)) ...   // text holds prefix + file
