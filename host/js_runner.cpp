@@ -109,12 +109,9 @@ int report(const js_limits& limits, const script_outcome& outcome)
 
 int run_js_script(const run_request& r, const script_place& place)
 {
-    auto create = reinterpret_cast<xt::js::creator_js_fn>(velk::get_creator(xt::js::creator_js_key));
-    if (!create) {
-        fprintf(stderr, "hostprobe: the plug-in registered no creator under %.*s\n",
-                int(xt::js::creator_js_key.lens()), xt::js::creator_js_key.ptr());
+    auto create = find_script_creator<xt::js::creator_js_fn>(xt::js::creator_js_key);
+    if (!create)
         return 1;
-    }
     v8_session v8(r.limits);
     int status = 0;
     {

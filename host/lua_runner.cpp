@@ -86,12 +86,9 @@ bool run_file(xt::lua::creator_lua_fn create, lua_State* L, const run_request& r
 
 int run_lua_script(const run_request& r, const script_place& place)
 {
-    auto create = reinterpret_cast<xt::lua::creator_lua_fn>(velk::get_creator(xt::lua::creator_lua_key));
-    if (!create) {
-        fprintf(stderr, "hostprobe: the plug-in registered no creator under %.*s\n",
-                int(xt::lua::creator_lua_key.lens()), xt::lua::creator_lua_key.ptr());
+    auto create = find_script_creator<xt::lua::creator_lua_fn>(xt::lua::creator_lua_key);
+    if (!create)
         return 1;
-    }
     lua_limits limits(r.limits);
     lua_session lua(limits);
     if (!lua.state()) {

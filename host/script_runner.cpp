@@ -5,7 +5,9 @@
 #include "comm/dir/directory.h"
 #include "host/js_runner.h"
 #include "host/lua_runner.h"
+#include "interface/registrar.h"
 
+#include <cstdio>
 #include <cstring>
 
 namespace host {
@@ -83,6 +85,14 @@ bool place_script(const run_request& r, script_place& out, velk::charstr& error)
 int run_script(script_language language, const run_request& r, const script_place& place)
 {
     return language == script_language::lua ? run_lua_script(r, place) : run_js_script(r, place);
+}
+
+void* script_creator(const velk::token& key)
+{
+    velk::creator_fn c = velk::get_creator(key);
+    if (!c)
+        fprintf(stderr, "hostprobe: the plug-in registered no creator under %.*s\n", int(key.lens()), key.ptr());
+    return reinterpret_cast<void*>(c);
 }
 
 } // namespace host

@@ -39,4 +39,14 @@ bool place_script(const run_request& r, script_place& out, velk::charstr& error)
 // status of run_js_script or run_lua_script, which say what fails.
 int run_script(script_language language, const run_request& r, const script_place& place);
 
+// The plug-in's script context creator under key, as the type Fn that the
+// key promises; null, with the reason on standard error, when the plug-in
+// registered none.
+void* script_creator(const velk::token& key);
+template <class Fn>
+Fn find_script_creator(const velk::token& key)
+{
+    return reinterpret_cast<Fn>(script_creator(key));
+}
+
 } // namespace host
