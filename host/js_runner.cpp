@@ -100,8 +100,9 @@ int report(const js_limits& limits, const script_outcome& outcome)
 {
     if (limits.hit() != js_limits::reason::none)
         return limits.report();
-    fwrite(outcome.error.ptr(), 1, outcome.error.lens(), stderr);
-    fwrite(outcome.rejections.ptr(), 1, outcome.rejections.lens(), stderr);
+    // c_str: never null, even when empty, as fwrite wants.
+    fwrite(outcome.error.c_str(), 1, outcome.error.lens(), stderr);
+    fwrite(outcome.rejections.c_str(), 1, outcome.rejections.lens(), stderr);
     return outcome.failed || !outcome.rejections.is_empty() ? 1 : 0;
 }
 

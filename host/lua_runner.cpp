@@ -108,7 +108,7 @@ int run_lua_script(const run_request& r, const script_place& place)
     if (hit == lua_limits::reason::time || (hit == lua_limits::reason::heap && !ran))
         status = limits.report();
     else
-        fwrite(error.ptr(), 1, error.lens(), stderr);
+        fwrite(error.c_str(), 1, error.lens(), stderr); // c_str: never null, even when empty
     // The object first: it holds its table in the state. The context's
     // handle goes next, and the state closes last (lua_session).
     probe.release();
