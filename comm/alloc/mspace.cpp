@@ -16,6 +16,7 @@
 #include "comm/alloc/mspace_lock.h"
 #include "comm/alloc/mspace_reserved.h"
 #include "comm/alloc/mspace_system.h"
+#include "comm/os/module.h"
 #include "comm/os/vmem.h"
 
 #include <atomic>
@@ -157,12 +158,11 @@ mspace mspace_create_at(void* base, uint64_t capacity, bool locked, uint64_t ali
     return init_space(static_cast<uint8_t*>(base), capacity, locked, offset, segment_extern);
 }
 
-uint64_t mspace_destroy(mspace msp)
+namespace {
+
+// Gives back the regions that m took from the system; the bytes given back.
+uint64_t release_regions(mspace_state* m)
 {
-    mspace_state* m = state_of(msp);
-    if (is_global(m))
-        return 0;
-    set_magic(m, 0); // a state in caller memory outlives this: make it no space
     uint64_t freed = 0;
     for (segment* s = &m->first_segment; s;) {
         // The record may lie in the region about to go: read it first.
@@ -170,10 +170,60 @@ uint64_t mspace_destroy(mspace msp)
         uint64_t size = s->size;
         uint32_t flags = s->flags;
         s = s->next;
-        if ((flags & segment_owned) && !(flags & segment_extern) && os::vmem_release(base, size))
+        if (base && (flags & segment_owned) && !(flags & segment_extern) && os::vmem_release(base, size))
             freed += size;
     }
     return freed;
+}
+
+// Whether any block of the global space is still in use: a chunk in one of
+// its regions, or a direct block, whose footer names the space too.
+bool global_holds_blocks()
+{
+    const mspace_state* m = &global_state;
+    if (global_statistics().direct_bytes != 0)
+        return true;
+    for (const segment* s = &m->first_segment; s && s->base; s = s->next) {
+        uintptr_t end = address(s->base) + s->size;
+        for (const chunk* q = aligned_chunk(s->base, m->align_offset);
+             address(q) < end && q != m->top_chunk && q->head != fencepost_head; q = next_chunk(q))
+            if (is_inuse(q))
+                return true;
+    }
+    return false;
+}
+
+// A module loaded again gets a new global space each time, and the old one's
+// regions would stay mapped, with their state gone with the module. The
+// module's first static is its last to go: after every other exit function
+// has released what it held, this one gives the regions back, unless a block
+// in them lives on (a process-wide singleton that the module made outlives
+// it). A main program keeps its space to the end, when the system takes it.
+struct global_space_end
+{
+    ~global_space_end()
+    {
+        if (os::module_handle_of(&global_state) == os::main_program_handle() || global_holds_blocks())
+            return;
+        release_regions(&global_state);
+        // A late allocation starts a new region instead of reusing a freed one.
+        uint32_t flags = global_state.flags;
+        global_state = mspace_state{};
+        global_state.flags = flags;
+    }
+};
+
+[[gnu::init_priority(101)]] global_space_end the_global_space_end;
+
+} // namespace
+
+uint64_t mspace_destroy(mspace msp)
+{
+    mspace_state* m = state_of(msp);
+    if (is_global(m))
+        return 0;
+    set_magic(m, 0); // a state in caller memory outlives this: make it no space
+    return release_regions(m);
 }
 
 // -- Blocks -------------------------------------------------------------------------------

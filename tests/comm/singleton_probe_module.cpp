@@ -64,6 +64,14 @@ void remove_local()
     the_local = nullptr;
 }
 
+// Enrols remove_local through a static's destruction, which is tied to this
+// module: ThreadSanitizer takes over std::atexit and runs its functions only
+// at the end of the process, after the module's code is gone.
+struct local_exit
+{
+    ~local_exit() { remove_local(); }
+};
+
 probe_instance* shared_instance(const char* type_name)
 {
     return static_cast<probe_instance*>(velk::register_singleton(
@@ -80,7 +88,7 @@ probe_instance* local_instance()
     if (!the_local) {
         the_local = static_cast<probe_instance*>(velk::register_singleton(
             &create_probe, &destroy_local_probe, nullptr, "probe_local", __FILE__, __LINE__, true));
-        std::atexit(&remove_local);
+        static local_exit enrolled; // made after the_local's manager, so it goes before it
     }
     return the_local;
 }

@@ -1,6 +1,8 @@
 // Memory spaces shared by threads: several threads allocate, resize and
 // release on one locked space at once, and hand blocks to each other so that
 // a block is often released by a thread other than the one that made it.
+//
+// MSPACE_THREAD_OPS sets the operations per thread (default 150,000).
 #include "comm/alloc/mspace.h"
 
 #include "comm/alloc/commalloc.h"
@@ -10,6 +12,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <random>
@@ -21,7 +24,14 @@ namespace {
 using velk::mspace;
 
 constexpr int thread_count = 4;
-constexpr int ops_per_thread = 150'000;
+constexpr int default_ops_per_thread = 150'000;
+
+int ops_per_thread()
+{
+    const char* v = getenv("MSPACE_THREAD_OPS");
+    int n = v ? atoi(v) : 0;
+    return n > 0 ? n : default_ops_per_thread;
+}
 
 struct block
 {
@@ -75,7 +85,8 @@ void work(int seed, exchange& shared, std::atomic<int>& damaged, Alloc alloc, Re
             ++damaged;
         release(b.p);
     };
-    for (int op = 0; op < ops_per_thread; ++op) {
+    const int ops = ops_per_thread();
+    for (int op = 0; op < ops; ++op) {
         int r = static_cast<int>(rng() % 100);
         if (mine.empty() || r < 45) {
             uint64_t size = rng() % 100 == 0 ? 300'000 : 1 + rng() % 2048;
