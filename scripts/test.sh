@@ -4,7 +4,8 @@
 # can rot, run the whole suite through CTest, check the installed SDK and the
 # Debian package (scripts/check_sdk.sh), then build the
 # suite again with AddressSanitizer and UndefinedBehaviorSanitizer and run it
-# there too. Any failure or sanitizer report fails the job.
+# there too, and last the threaded suites with ThreadSanitizer
+# (scripts/test_tsan.sh). Any failure or sanitizer report fails the job.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)
@@ -34,3 +35,6 @@ echo "== tests with sanitizers"
 cd "$root/build/sanitize"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --output-on-failure -j"$jobs" --timeout 900 | grep -vE '^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed)'
+
+echo "== threaded suites with ThreadSanitizer"
+"$root/scripts/test_tsan.sh"
