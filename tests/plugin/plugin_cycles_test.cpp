@@ -32,6 +32,13 @@ constexpr int cycles = 1000;
 // pools and the loader's caches, once for the process.
 constexpr int settled_cycle = 10;
 constexpr long allowed_growth = 2L << 20; // 2 MiB over 990 cycles: 2 KiB a cycle
+#ifdef __SANITIZE_ADDRESS__
+// AddressSanitizer holds released memory back in its quarantine, so resident
+// memory grows with the work done, not with what is left behind.
+constexpr bool resident_memory_tells = false;
+#else
+constexpr bool resident_memory_tells = true;
+#endif
 
 long resident_bytes()
 {
@@ -199,7 +206,7 @@ TEST(PluginCycles, AThousandLoadsWithScriptCallsLeaveNeitherMemoryNorKeys)
     const key_census before = take_census();
     ASSERT_EQ(velk::get_creator(xt::js::creator_js_key), nullptr) << "the plug-in isn't loaded yet";
 
-    long settled = 0, last = 0;
+    long settled = 0;
     for (int cycle = 1; cycle <= cycles; ++cycle) {
         void* plugin = dlopen(HOSTPROBE_PLUGIN, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(plugin, nullptr) << dlerror();
@@ -212,7 +219,7 @@ TEST(PluginCycles, AThousandLoadsWithScriptCallsLeaveNeitherMemoryNorKeys)
         if (cycle == settled_cycle)
             settled = resident_bytes();
     }
-    last = resident_bytes();
+    const long last = resident_bytes();
 
     EXPECT_TRUE(take_census() == before) << "the registry holds other keys than before the first load";
     ASSERT_GT(settled, 0);
@@ -220,7 +227,9 @@ TEST(PluginCycles, AThousandLoadsWithScriptCallsLeaveNeitherMemoryNorKeys)
     RecordProperty("resident_after_last", std::to_string(last));
     printf("resident memory: %ld KiB after cycle %d, %ld KiB after cycle %d\n", settled >> 10, settled_cycle,
            last >> 10, cycles);
-    EXPECT_LE(last - settled, allowed_growth) << "resident memory grew by " << ((last - settled) >> 10)
-                                              << " KiB from cycle " << settled_cycle << " to " << cycles;
+    if (resident_memory_tells)
+        EXPECT_LE(last - settled, allowed_growth)
+            << "resident memory grew by " << ((last - settled) >> 10) << " KiB from cycle " << settled_cycle
+            << " to " << cycles;
     host.tear_down();
 }
