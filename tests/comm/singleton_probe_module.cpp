@@ -7,8 +7,6 @@
 
 #include <dlfcn.h>
 
-#include <cstdlib>
-
 #ifndef PROBE_TAG
 #error "PROBE_TAG names the build of the probe module: 'A' or 'B'"
 #endif
