@@ -23,7 +23,7 @@ runs=(
   "logger_load_test"
   "pool_test"
   "mspace_test --gtest_filter=-MspaceTorture.*"
-  "regex_test --gtest_filter=*thread*"
+  "regex_test"
   "net_socket_test"
 )
 targets=()
