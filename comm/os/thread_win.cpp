@@ -120,4 +120,21 @@ void tls_set(uint32_t key, void* value) { TlsSetValue(key, value); }
 
 void* tls_get(uint32_t key) { return TlsGetValue(key); }
 
+// Fiber-local slots: the system calls their cleanup as the thread ends. The
+// callback's calling convention is the only one there is on x64.
+bool tls_alloc_owned(uint32_t& key, tls_cleanup_fn cleanup)
+{
+    DWORD k = FlsAlloc(reinterpret_cast<PFLS_CALLBACK_FUNCTION>(cleanup));
+    if (k == FLS_OUT_OF_INDEXES)
+        return false;
+    key = k;
+    return true;
+}
+
+void tls_set_owned(uint32_t key, void* value) { FlsSetValue(key, value); }
+
+void* tls_get_owned(uint32_t key) { return FlsGetValue(key); }
+
+void tls_free_owned(uint32_t key) { FlsFree(key); }
+
 } // namespace velk::os
