@@ -29,11 +29,14 @@ for name in "${programs[@]}"; do
   [ -f "$exe" ] || continue
   log="$build/tests/$name.log"
   # Each test starts in the tests' folder, where the modules are built.
-  if (cd "$build/tests" && timeout 600 wine64 "$exe" --gtest_brief=1 >"$log" 2>&1); then
-    skipped=$(grep -c "^\[  SKIPPED \] [A-Za-z]" "$log" || true)
+  if (cd "$build/tests" && timeout 600 wine64 "$exe" >"$log" 2>&1); then
+    # A skipped case is listed as it runs and again in the summary; its
+    # reason stands on the line after "Skipped".
+    skipped=$(tr -d '\r' <"$log" | { grep '^\[  SKIPPED \] [A-Za-z]' || true; } | sed 's/ ([0-9]* ms)$//' | sort -u | wc -l || true)
     if [ "$skipped" -gt 0 ]; then
       echo "test_windows: $name passed, $skipped skipped:"
-      grep -B1 '^\[  SKIPPED \] [A-Za-z]' "$log" | grep -v '^--$' || true
+      tr -d '\r' <"$log" | grep '^\[  SKIPPED \] [A-Za-z]' | sed 's/ ([0-9]* ms)$//' | sort -u | sed 's/^/    /'
+      tr -d '\r' <"$log" | grep -A1 ': Skipped$' | grep -v ': Skipped$\|^--$' | sort -u | sed 's/^/    because: /'
     else
       echo "test_windows: $name passed"
     fi

@@ -21,6 +21,7 @@ velk_test(metastream_test comm/metastream/fmtstream_test.cpp comm/metastream/met
   comm/metastream/metastream_test.cpp comm/metastream/metastream_cache_test.cpp
   comm/metastream/metastream_roundtrip_test.cpp)
 velk_test(commassert_test comm/commassert_test.cpp)
+velk_test(dynamic_library_test comm/dynamic_library_test.cpp)
 velk_test(binstream_test comm/binstream/binstream_test.cpp)
 # The death tests need POSIX signals; the rest of the memory space runs here.
 velk_test(mspace_test comm/alloc/mspace_test.cpp comm/alloc/mspace_thread_test.cpp comm/alloc/mspace_torture_test.cpp)
@@ -115,3 +116,12 @@ velk_host_test(lua_binding_test
 velk_test(interface_from_lua_test bindings/lua/interface_from_lua_test.cpp LIBS hostprobe_lua)
 velk_test_paths(lua_binding_test hostprobe_plugin)
 velk_test(fmtstream_lua_capi_test comm/metastream/fmtstream_lua_capi_test.cpp LIBS velk_lua)
+
+# -- Files and the logger ----------------------------------------------------------
+velk_test(binstreambuf_test comm/binstream/binstreambuf_test.cpp)
+velk_test(logger_test comm/log/logger_test.cpp)
+
+# -- The reference host's pieces ----------------------------------------------------
+velk_test(command_line_test host/command_line_test.cpp LIBS hostprobe_host)
+velk_test(watchdog_test host/watchdog_test.cpp LIBS hostprobe_host)
+velk_test(lua_limits_test host/lua_limits_test.cpp LIBS hostprobe_host)

@@ -8,29 +8,27 @@ namespace velk::os {
 
 namespace {
 
-// The system releases only whole allocations, from their base. A range that
-// covers a run of whole allocations is released one by one; anything else
-// (a piece of one) is refused before anything changes, which the memory
-// spaces take as "keep it".
-bool whole_allocations(char* base, uint64_t size)
+// The allocation that holds addr: its base and its end over all its regions,
+// whatever their state. False for free address space.
+bool allocation_of(char* addr, char*& base, char*& end)
 {
-    while (size) {
-        MEMORY_BASIC_INFORMATION info;
-        if (VirtualQuery(base, &info, sizeof info) == 0 || info.AllocationBase != base ||
-            info.State == MEM_FREE)
+    MEMORY_BASIC_INFORMATION info;
+    if (VirtualQuery(addr, &info, sizeof info) == 0 || info.State == MEM_FREE)
+        return false;
+    base = static_cast<char*>(info.AllocationBase);
+    end = base;
+    while (VirtualQuery(end, &info, sizeof info) != 0 && info.State != MEM_FREE && info.AllocationBase == base)
+        end = static_cast<char*>(info.BaseAddress) + info.RegionSize;
+    return true;
+}
+
+// Whether [from, to) holds no committed page.
+bool uncommitted(char* from, char* to)
+{
+    MEMORY_BASIC_INFORMATION info;
+    for (char* at = from; at < to; at = static_cast<char*>(info.BaseAddress) + info.RegionSize)
+        if (VirtualQuery(at, &info, sizeof info) == 0 || info.State == MEM_COMMIT)
             return false;
-        // The allocation's extent: its regions of any state up to the next base.
-        uint64_t extent = 0;
-        char* at = base;
-        while (VirtualQuery(at, &info, sizeof info) != 0 && info.AllocationBase == base) {
-            extent += info.RegionSize;
-            at += info.RegionSize;
-        }
-        if (extent > size)
-            return false;
-        base += extent;
-        size -= extent;
-    }
     return true;
 }
 
@@ -45,20 +43,26 @@ void* vmem_reserve_commit(uint64_t size)
     return VirtualAlloc(nullptr, size, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
 }
 
+// The system releases only whole allocations, from their base; a piece of
+// one is decommitted instead, which gives its memory back and keeps its
+// addresses until the allocation's head goes. The head's release takes the
+// allocation whole once nothing behind it is committed any more. Every
+// piece must lie in allocated memory, checked before anything changes.
 bool vmem_release(void* base, uint64_t size)
 {
-    auto* at = static_cast<char*>(base);
-    if (!whole_allocations(at, size))
-        return false;
-    while (size) {
-        MEMORY_BASIC_INFORMATION info;
-        uint64_t extent = 0;
-        for (char* p = at; VirtualQuery(p, &info, sizeof info) != 0 && info.AllocationBase == at; p += info.RegionSize)
-            extent += info.RegionSize;
-        if (!VirtualFree(at, 0, MEM_RELEASE))
+    char* const first = static_cast<char*>(base);
+    char* const last = first + size;
+    char *ab, *ae;
+    for (char* at = first; at < last; at = ae)
+        if (!allocation_of(at, ab, ae))
             return false;
-        at += extent;
-        size -= extent;
+    for (char* at = first; at < last;) {
+        allocation_of(at, ab, ae);
+        char* piece_end = ae < last ? ae : last;
+        bool whole = at == ab && uncommitted(piece_end, ae);
+        if (whole ? !VirtualFree(ab, 0, MEM_RELEASE) : !VirtualFree(at, piece_end - at, MEM_DECOMMIT))
+            return false;
+        at = piece_end;
     }
     return true;
 }

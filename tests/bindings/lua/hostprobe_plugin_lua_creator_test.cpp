@@ -200,7 +200,11 @@ TEST_F(LuaCreator, prefix_defines_what_the_script_uses)
 TEST_F(LuaCreator, script_file_runs_and_names_the_chunk_after_its_path)
 {
     std::string path = write_root_file("scripts/good.lua", "value = 3\nerror('at two')\n");
-    EXPECT_EQ(create_file(path), "[string \"" + path + "\"]:2: at two");
+    // LuaJIT shows a chunk name of up to 48 characters (LUA_IDSIZE - 12)
+    // whole, a longer one cut to 45 and "..." (Windows' temporary folder
+    // makes long paths).
+    std::string shown = path.size() <= 48 ? path : path.substr(0, 45) + "...";
+    EXPECT_EQ(create_file(path), "[string \"" + shown + "\"]:2: at two");
 }
 
 TEST_F(LuaCreator, script_file_without_a_final_newline_is_read_whole)
