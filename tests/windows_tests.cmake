@@ -125,3 +125,7 @@ velk_test(logger_test comm/log/logger_test.cpp)
 velk_test(command_line_test host/command_line_test.cpp LIBS hostprobe_host)
 velk_test(watchdog_test host/watchdog_test.cpp LIBS hostprobe_host)
 velk_test(lua_limits_test host/lua_limits_test.cpp LIBS hostprobe_host)
+
+# -- The reference host, run as a child program ---------------------------------------
+velk_test(hostprobe_host_test host/hostprobe_host_test.cpp LIBS hostprobe_core)
+velk_test_paths(hostprobe_host_test hostprobe hostprobe_plugin)
