@@ -22,6 +22,7 @@ velk_test(metastream_test comm/metastream/fmtstream_test.cpp comm/metastream/met
   comm/metastream/metastream_roundtrip_test.cpp)
 velk_test(commassert_test comm/commassert_test.cpp)
 velk_test(dynamic_library_test comm/dynamic_library_test.cpp)
+velk_test(thread_test comm/thread_test.cpp)
 velk_test(binstream_test comm/binstream/binstream_test.cpp)
 # The death tests need POSIX signals; the rest of the memory space runs here.
 velk_test(mspace_test comm/alloc/mspace_test.cpp comm/alloc/mspace_thread_test.cpp comm/alloc/mspace_torture_test.cpp)
