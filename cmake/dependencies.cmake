@@ -1,5 +1,28 @@
 # Third-party dependencies. All come from Debian packages that scripts/setup.sh
 # installs, except V8, which setup.sh unpacks into .deps/v8.
+#
+# The Windows build takes LuaJIT, libcurl, jsoncpp and GoogleTest from
+# .deps/windows, which scripts/setup_windows.sh builds from Debian's sources;
+# it has no V8, no Google Benchmark and none of the baselines.
+if(WIN32)
+  set(WINDOWS_DEPS ${PROJECT_SOURCE_DIR}/.deps/windows/usr)
+  if(NOT EXISTS ${WINDOWS_DEPS}/lib/libluajit-5.1.a)
+    message(FATAL_ERROR "Windows libraries not found under ${WINDOWS_DEPS}: run scripts/setup_windows.sh first")
+  endif()
+  # The same target names as the Linux build's, so that the layers above
+  # link them alike.
+  add_library(PkgConfig::LUAJIT STATIC IMPORTED GLOBAL)
+  set_target_properties(PkgConfig::LUAJIT PROPERTIES
+    IMPORTED_LOCATION ${WINDOWS_DEPS}/lib/libluajit-5.1.a
+    INTERFACE_INCLUDE_DIRECTORIES ${WINDOWS_DEPS}/include/luajit-2.1)
+  find_package(jsoncpp CONFIG REQUIRED)
+  add_library(PkgConfig::JSONCPP INTERFACE IMPORTED GLOBAL)
+  set_target_properties(PkgConfig::JSONCPP PROPERTIES INTERFACE_LINK_LIBRARIES jsoncpp_static)
+  find_package(CURL CONFIG REQUIRED)
+  find_package(Threads REQUIRED)
+  find_package(GTest CONFIG REQUIRED)
+  return()
+endif()
 
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(LUAJIT REQUIRED IMPORTED_TARGET luajit)

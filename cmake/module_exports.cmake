@@ -1,3 +1,18 @@
+# velk_export_definitions(TARGET SYMBOL...): the Windows form of both rules
+# below. A module definition file lists the exports of the DLL or .exe; with
+# it the linker exports nothing else (no automatic export of every symbol),
+# and a program that merely links the library's registrars exports none.
+function(velk_export_definitions target)
+  list(JOIN ARGN "\n  " names)
+  set(def ${CMAKE_CURRENT_BINARY_DIR}/${target}.def)
+  file(GENERATE OUTPUT ${def} CONTENT "EXPORTS\n  ${names}\n")
+  target_link_options(${target} PRIVATE ${def})
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${def})
+  foreach(symbol IN LISTS ARGN)
+    target_link_options(${target} PRIVATE "LINKER:--undefined=${symbol}")
+  endforeach()
+endfunction()
+
 # velk_module_exports(TARGET SYMBOL...): the module exports exactly these C
 # entry points and nothing else.
 #
@@ -12,6 +27,10 @@
 # the static library that defines it is taken even when no code of the
 # module calls it (a module's own iglo_registrar, for one).
 function(velk_module_exports target)
+  if(WIN32)
+    velk_export_definitions(${target} ${ARGN})
+    return()
+  endif()
   list(JOIN ARGN "; " globals)
   set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.exports)
   file(GENERATE OUTPUT ${script} CONTENT "{\n  global: ${globals};\n  local: *;\n};\n")
@@ -27,6 +46,10 @@ endfunction()
 # also marked as undefined, so that the library member defining it is linked
 # even when the host never calls it.
 function(velk_host_exports target)
+  if(WIN32)
+    velk_export_definitions(${target} ${ARGN})
+    return()
+  endif()
   foreach(symbol IN LISTS ARGN)
     target_link_options(${target} PRIVATE
       "LINKER:--export-dynamic-symbol=${symbol}" "LINKER:--undefined=${symbol}")

@@ -1,14 +1,18 @@
 #include "host/engines.h"
 
 #include <lua.hpp>
+#if HOSTPROBE_WITH_JS
 #include <v8.h>
+#endif
 
 namespace host {
 
+#if HOSTPROBE_WITH_JS
 std::string v8_version()
 {
     return v8::V8::GetVersion();
 }
+#endif
 
 std::string luajit_version()
 {

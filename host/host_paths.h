@@ -7,11 +7,18 @@
 
 namespace host {
 
+#if defined(_WIN32)
+// The file name of the plug-in, looked for next to the host's executable.
+inline constexpr char plugin_file_name[] = "hostprobe_plugin.dll";
+// Where an installed host finds it, from the executable's directory.
+inline constexpr char installed_plugin_path[] = "../lib/hostprobe/hostprobe_plugin.dll";
+#else
 // The file name of the plug-in, looked for next to the host's executable.
 inline constexpr char plugin_file_name[] = "hostprobe_plugin.so";
 // Where an installed host finds it, from the executable's directory
 // (bin/hostprobe and lib/hostprobe/hostprobe_plugin.so under one prefix).
 inline constexpr char installed_plugin_path[] = "../lib/hostprobe/hostprobe_plugin.so";
+#endif
 
 // The path of the plug-in: next to the running executable, as a build tree
 // has it, else where an installation puts it; the first of the two when

@@ -60,7 +60,9 @@ int print_versions(const host::command_line& cl)
 {
     if (cl.arg_count > 0)
         return usage_error("version takes no arguments");
+#if HOSTPROBE_WITH_JS
     printf("V8 %s\n", host::v8_version().c_str());
+#endif
     printf("%s\n", host::luajit_version().c_str());
     return 0;
 }

@@ -3,7 +3,9 @@
 #include "host/script_runner.h"
 
 #include "comm/dir/directory.h"
+#if HOSTPROBE_WITH_JS
 #include "host/js_runner.h"
+#endif
 #include "host/lua_runner.h"
 #include "interface/registrar.h"
 
@@ -84,7 +86,14 @@ bool place_script(const run_request& r, script_place& out, velk::charstr& error)
 
 int run_script(script_language language, const run_request& r, const script_place& place)
 {
-    return language == script_language::lua ? run_lua_script(r, place) : run_js_script(r, place);
+    if (language == script_language::lua)
+        return run_lua_script(r, place);
+#if HOSTPROBE_WITH_JS
+    return run_js_script(r, place);
+#else
+    fprintf(stderr, "hostprobe: run: JavaScript is not available in this build\n");
+    return 1; // the command fails, as with a plug-in that can't be loaded
+#endif
 }
 
 void* script_creator(const velk::token& key)

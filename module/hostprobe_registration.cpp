@@ -7,9 +7,13 @@
 // each group's keys out again, in reverse order, when it is unloaded.
 //
 // Linked into the plug-in module only: a program that links the plug-in's
-// objects directly (the tests) registers nothing by accident.
+// objects directly (the tests) registers nothing by accident. A build
+// without V8 (HOSTPROBE_WITH_JS 0, the Windows build) enters the native and
+// Lua groups only.
+#if HOSTPROBE_WITH_JS
 #include "bindings/js/hostprobe_plugin_js_creator.h"
 #include "bindings/js/hostprobe_plugin_js_dispatcher.h"
+#endif
 #include "bindings/lua/hostprobe_plugin_lua_creator.h"
 #include "bindings/lua/hostprobe_plugin_lua_dispatcher.h"
 #include "interface/ifc_autoregger.h"
@@ -18,7 +22,9 @@
 namespace {
 
 using xt::hostprobe_plugin_dispatcher;
+#if HOSTPROBE_WITH_JS
 using xt::js::hostprobe_plugin_js_dispatcher;
+#endif
 using xt::lua::hostprobe_plugin_lua_dispatcher;
 
 // Native: the wrapper creator, and the creator under the interface's hash.
@@ -29,6 +35,7 @@ void register_native_group(bool on)
     velk::register_key(on, hostprobe_plugin::native_creator_key, &hostprobe_plugin_dispatcher::native_creator);
 }
 
+#if HOSTPROBE_WITH_JS
 // JavaScript: the script context creator, and the dispatcher's creator,
 // wrapper and maker.
 void register_js_group(bool on)
@@ -38,6 +45,7 @@ void register_js_group(bool on)
     velk::register_key(on, hostprobe_plugin_js_dispatcher::wrapper_js_key, &hostprobe_plugin_js_dispatcher::wrapper_js);
     velk::register_key(on, hostprobe_plugin_js_dispatcher::maker_js_key, &hostprobe_plugin_js_dispatcher::maker_js);
 }
+#endif
 
 // Lua: the class registration, the script context creator, and the
 // dispatcher's creator and wrapper.
@@ -52,7 +60,9 @@ void register_lua_group(bool on)
 }
 
 const velk::autoregger_site<&register_native_group> native_group;
+#if HOSTPROBE_WITH_JS
 const velk::autoregger_site<&register_js_group> js_group;
+#endif
 const velk::autoregger_site<&register_lua_group> lua_group;
 
 } // namespace

@@ -19,8 +19,13 @@
 
 namespace velk::os {
 
-// The system's status record of a file, as stat fills it.
+// The system's status record of a file, as stat fills it; on Windows the
+// runtime's record with 64-bit sizes and times.
+#if defined(_WIN32)
+using stat_record = struct ::_stat64;
+#else
 using stat_record = struct ::stat;
+#endif
 
 // Fills out for path; false, out unspecified, when the path can't be read.
 bool stat_path(const token& path, stat_record& out);

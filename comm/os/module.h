@@ -15,8 +15,15 @@
 #include <cstdint>
 
 // Marks one of the few C entry points that a module exports; everything else
-// is hidden, so that each module keeps its own copy of the library.
+// is hidden, so that each module keeps its own copy of the library. On
+// Windows the build lists the exports of each DLL and .exe (a definition
+// file, cmake/module_exports.cmake): a mark in the library would export the
+// registrars from every program that links it.
+#if defined(_WIN32)
+#define VELK_MODULE_EXPORT
+#else
 #define VELK_MODULE_EXPORT __attribute__((visibility("default")))
+#endif
 
 namespace velk::os {
 
@@ -31,7 +38,8 @@ uint64_t module_handle_of(const void* addr);
 // Handle of the main program; never 0.
 uint64_t main_program_handle();
 
-// Handle of the module behind a handle of the loader (dlopen's result), the
+// Handle of the module behind a handle of the loader (dlopen's or
+// LoadLibraryA's result), the
 // same number that module_handle_of gives for addresses inside it; 0 for a
 // null handle. The library handle must be open.
 uint64_t library_module_handle(void* library);

@@ -34,4 +34,16 @@ void tls_free(uint32_t key);
 void tls_set(uint32_t key, void* value);
 void* tls_get(uint32_t key);
 
+// Slots whose value, when not null as its thread ends, is handed to cleanup
+// on that thread. Unlike a thread_local object, whose destructor MinGW runs
+// only after it has freed the thread's thread_local storage, such a value
+// may own objects with destructors of their own.
+using tls_cleanup_fn = void (*)(void* value);
+bool tls_alloc_owned(uint32_t& key, tls_cleanup_fn cleanup);
+void tls_set_owned(uint32_t key, void* value);
+void* tls_get_owned(uint32_t key);
+// Frees the slot. Windows hands the values still set to cleanup; POSIX
+// leaves them to their owners.
+void tls_free_owned(uint32_t key);
+
 } // namespace velk::os

@@ -74,4 +74,19 @@ void tls_set(uint32_t key, void* value) { pthread_setspecific(static_cast<pthrea
 
 void* tls_get(uint32_t key) { return pthread_getspecific(static_cast<pthread_key_t>(key)); }
 
+bool tls_alloc_owned(uint32_t& key, tls_cleanup_fn cleanup)
+{
+    pthread_key_t k;
+    if (pthread_key_create(&k, cleanup) != 0)
+        return false;
+    key = static_cast<uint32_t>(k);
+    return true;
+}
+
+void tls_set_owned(uint32_t key, void* value) { tls_set(key, value); }
+
+void* tls_get_owned(uint32_t key) { return tls_get(key); }
+
+void tls_free_owned(uint32_t key) { tls_free(key); }
+
 } // namespace velk::os

@@ -18,18 +18,68 @@
 #include "comm/regex/regex_program.h"
 #include "comm/regex/regex_scratch.h"
 
+#if defined(_WIN32)
+#include "comm/alloc/commalloc.h"
+#include "comm/os/thread.h"
+
+#include <new>
+#endif
+
 #include <cstring>
 
 namespace velk {
 
 // -- Scratch -------------------------------------------------------------------------
 
+#if defined(_WIN32)
+namespace {
+
+void end_scratch(void* p) { delete static_cast<regex_scratch*>(p); }
+
+// The slot of the threads' scratches. Made after the array space, so that it
+// ends before it: its end takes the calling thread's scratch at once and
+// the other threads' with the slot, while their arrays can still be freed.
+struct scratch_slot
+{
+    uint32_t key = 0;
+
+    scratch_slot()
+    {
+        comm_array_mspace_ensure();
+        if (!os::tls_alloc_owned(key, &end_scratch))
+            throw std::bad_alloc();
+    }
+    ~scratch_slot()
+    {
+        end_scratch(os::tls_get_owned(key));
+        os::tls_set_owned(key, nullptr);
+        os::tls_free_owned(key);
+    }
+};
+
+} // namespace
+
+// MinGW frees a thread's thread_local storage before it runs the destructors
+// of the objects in it; the scratch lives on the heap instead, in a slot
+// that ends it as the thread ends.
+regex_scratch& regex_scratch_of_thread()
+{
+    static scratch_slot slot;
+    auto* s = static_cast<regex_scratch*>(os::tls_get_owned(slot.key));
+    if (!s) {
+        s = new regex_scratch;
+        os::tls_set_owned(slot.key, s);
+    }
+    return *s;
+}
+#else
 regex_scratch& regex_scratch_of_thread()
 {
     // Freed when the thread ends.
     thread_local regex_scratch scratch;
     return scratch;
 }
+#endif
 
 void regex_list::prepare(uint32_t ninst, uint32_t nsub)
 {

@@ -22,7 +22,11 @@ TEST(DynamicLibrary, CloseAfterFailedLoadGivesFalseAndKeepsHandle)
 TEST(DynamicLibrary, OpensFindsAndClosesASystemLibrary)
 {
     velk::dynamic_library lib;
+#if defined(_WIN32)
+    ASSERT_TRUE(lib.open("msvcrt.dll")); // the C runtime, which exports cos too
+#else
     ASSERT_TRUE(lib.open("libm.so.6"));
+#endif
     EXPECT_NE(lib.symbol("cos"), nullptr);
     EXPECT_TRUE(lib.close());
     EXPECT_EQ(lib.handle(), nullptr);
@@ -39,6 +43,9 @@ TEST(DynamicLibrary, ErrorTextIsUnknownErrorEvenAfterAFailedLoad)
 
 TEST(DynamicLibrary, MissingFileGivesTheLoadersReasonWithThePath)
 {
+#if defined(_WIN32)
+    GTEST_SKIP() << "the system's message of a failed load names no file";
+#endif
     velk::dynamic_library lib;
     ASSERT_FALSE(lib.open("/nonexistent/libnothing.so"));
     std::string reason = velk::dynamic_library::last_failure().c_str();
@@ -48,6 +55,9 @@ TEST(DynamicLibrary, MissingFileGivesTheLoadersReasonWithThePath)
 
 TEST(DynamicLibrary, TextFileGivesAReasonSayingItIsNoSharedObject)
 {
+#if defined(_WIN32)
+    GTEST_SKIP() << "the system's message of a failed load names no file";
+#endif
     temp_dir dir;
     ASSERT_TRUE(dir.ok());
     // Longer than an ELF header, so that the loader reads the header and

@@ -28,8 +28,8 @@ protected:
 
     void SetUp() override
     {
-        ASSERT_TRUE(a->is_loaded()) << PROBE_MODULE_A << ": " << dlerror();
-        ASSERT_TRUE(b->is_loaded()) << PROBE_MODULE_B << ": " << dlerror();
+        ASSERT_TRUE(a->is_loaded()) << PROBE_MODULE_A << ": " << velk::testing::module_error();
+        ASSERT_TRUE(b->is_loaded()) << PROBE_MODULE_B << ": " << velk::testing::module_error();
     }
 
     static const velk::testing::singleton_probe& probe_a() { return **a; }

@@ -5,7 +5,11 @@
 
 #include "comm/os/module.h"
 
+#if defined(_WIN32)
+#include <windows.h>
+#else
 #include <dlfcn.h>
+#endif
 
 #ifndef PROBE_TAG
 #error "PROBE_TAG names the build of the probe module: 'A' or 'B'"
@@ -114,9 +118,18 @@ void* main_program_symbol(const char* name) { return velk::os::main_program_symb
 
 // dlsym judges the search scope by its caller, which must be this module and
 // not, through a tail call, the test program: the barrier keeps the call.
+// Windows has no default search; its nearest pitfall is a lookup in the
+// caller's own module.
 void* default_lookup(const char* name)
 {
+#if defined(_WIN32)
+    HMODULE self = nullptr;
+    GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                       reinterpret_cast<LPCSTR>(&default_lookup), &self);
+    void* sym = reinterpret_cast<void*>(GetProcAddress(self, name));
+#else
     void* sym = dlsym(RTLD_DEFAULT, name);
+#endif
     asm volatile("" : : "r"(sym) : "memory");
     return sym;
 }

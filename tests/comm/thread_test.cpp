@@ -7,8 +7,12 @@
 #include "tests/support/log_capture.h"
 
 #include <gtest/gtest.h>
+#if defined(_WIN32)
+#include <windows.h>
+#else
 #include <pthread.h>
 #include <unistd.h>
+#endif
 
 #include <atomic>
 #include <csignal>
@@ -21,6 +25,26 @@ namespace {
 using velk::thread;
 
 // What the system shows as a thread's name.
+#if defined(_WIN32)
+std::string comm_of(thread t)
+{
+    using get_description_fn = HRESULT(WINAPI*)(HANDLE, PWSTR*);
+    auto get = reinterpret_cast<get_description_fn>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32.dll"), "GetThreadDescription")));
+    HANDLE h = OpenThread(THREAD_QUERY_LIMITED_INFORMATION, FALSE, t.id());
+    std::string name;
+    PWSTR wide = nullptr;
+    if (get && h && SUCCEEDED(get(h, &wide)) && wide) {
+        char buf[64] = {};
+        WideCharToMultiByte(CP_UTF8, 0, wide, -1, buf, sizeof buf - 1, nullptr, nullptr);
+        name = buf;
+        LocalFree(wide);
+    }
+    if (h)
+        CloseHandle(h);
+    return name;
+}
+#else
 std::string comm_of(thread t)
 {
     std::ifstream in("/proc/" + std::to_string(getpid()) + "/task/" + std::to_string(t.id()) + "/comm");
@@ -28,6 +52,7 @@ std::string comm_of(thread t)
     std::getline(in, name);
     return name;
 }
+#endif
 
 // A thread that polls its cancel flag until it is asked to end.
 thread start_poller(const char* name, std::atomic<int>* loops = nullptr)
@@ -86,7 +111,11 @@ TEST(ThreadId, DefaultIsTheInvalidId)
 
 TEST(ThreadId, SelfIsTheKernelThreadId)
 {
+#if defined(_WIN32)
+    EXPECT_EQ(thread::self(), static_cast<uint32_t>(GetCurrentThreadId()));
+#else
     EXPECT_EQ(thread::self(), static_cast<uint32_t>(gettid()));
+#endif
 }
 
 TEST(ThreadId, AssignmentFromAnIdComparesEqual)
@@ -223,7 +252,7 @@ TEST(ThreadName, SecondSetNameWithTheSameTextDoesNothing)
         thread::set_name("same_name");
         // Renamed behind the manager's back: a repeated set_name must not
         // apply the stored name again.
-        pthread_setname_np(pthread_self(), "other");
+        velk::os::thread_set_current_name("other", 5);
         thread::set_name("same_name");
         return comm_of(thread::self());
     });
@@ -234,7 +263,7 @@ TEST(ThreadName, SetNameOnAForeignThreadChangesNothing)
 {
     std::string seen;
     std::thread([&] {
-        pthread_setname_np(pthread_self(), "foreign");
+        velk::os::thread_set_current_name("foreign", 7);
         thread::set_name("adopted");
         seen = comm_of(thread::self());
     }).join();
@@ -442,6 +471,13 @@ protected:
 
 namespace {
 
+// How abort() ends a process: SIGABRT, or exit code 3 on Windows.
+#if defined(_WIN32)
+const auto aborted = ::testing::ExitedWithCode(3);
+#else
+const auto aborted = ::testing::KilledBySignal(SIGABRT);
+#endif
+
 // Starts fn on a thread named name and waits; the lines logged meanwhile are
 // echoed to standard error, where the death test reads them.
 template <class F>
@@ -458,17 +494,17 @@ void run_and_die(F fn, const char* name)
 TEST_F(ThreadDeathTest, ExceptionIsReportedAndEndsTheProcess)
 {
     EXPECT_EXIT(run_and_die([] { throw velk::exception("boom"); }, "thrower"),
-                ::testing::KilledBySignal(SIGABRT), "exception in thread thrower: boom\r");
+                aborted, "exception in thread thrower: boom\r");
 }
 
 TEST_F(ThreadDeathTest, StandardExceptionIsReportedWithItsWhat)
 {
     EXPECT_EXIT(run_and_die([] { throw std::runtime_error("bad input"); }, "stdthrower"),
-                ::testing::KilledBySignal(SIGABRT), "exception in thread stdthrower: bad input\r");
+                aborted, "exception in thread stdthrower: bad input\r");
 }
 
 TEST_F(ThreadDeathTest, MissingFunctionIsReportedAsABadFunctionCall)
 {
-    EXPECT_EXIT(run_and_die(velk::thread_function(), "empty"), ::testing::KilledBySignal(SIGABRT),
+    EXPECT_EXIT(run_and_die(velk::thread_function(), "empty"), aborted,
                 "exception in thread empty: bad_function_call\r");
 }

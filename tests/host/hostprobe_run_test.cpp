@@ -110,7 +110,7 @@ TEST(HostRunExample, PrintsTheDoubledNumber)
 TEST(HostRunExample, RunsFromItsOwnFolderToo)
 {
     // The root follows the script, not the current directory.
-    std::string cwd = std::filesystem::current_path();
+    std::string cwd = std::filesystem::current_path().string();
     std::filesystem::current_path(EXAMPLES_DIR);
     child_result r = hostprobe({"run", "probe.js"});
     std::filesystem::current_path(cwd);

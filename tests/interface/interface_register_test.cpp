@@ -2,6 +2,7 @@
 // keys, growth, the lookups by name, the host's settings and the order of
 // the virtual slots. The front that finds the process's registry is tested
 // in registrar_test.
+#include "comm/dir/path_algebra.h"
 #include "interface/interface_register.h"
 #include "tests/interface/register_helpers.h"
 
@@ -362,9 +363,9 @@ TEST_F(Registry, SecondSetupKeepsTheHooksItGivesAsNull)
 
 TEST_F(Registry, SetupAddsASeparatorToARootWithoutOne)
 {
-    // "/" is the separator that paths are written with on this platform.
+    // The separator is the one paths are written with on this platform.
     r.setup("c:/x", nullptr, nullptr, nullptr);
-    EXPECT_EQ(str(r.root_path()), "c:/x/");
+    EXPECT_EQ(str(r.root_path()), std::string("c:/x") + velk::path_algebra::separator);
 }
 
 TEST_F(Registry, SetupKeepsARootThatEndsInASlash)

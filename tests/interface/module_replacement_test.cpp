@@ -11,7 +11,6 @@
 #include "tests/interface/client_probe.h"
 #include "tests/interface/probe_loader.h"
 
-#include <dlfcn.h>
 
 #include <gtest/gtest.h>
 
@@ -71,10 +70,10 @@ bool served_unload_hook(const token& client, const token& module, dynarray<uint8
 
 struct loaded_client
 {
-    explicit loaded_client(const char* path) : handle(dlopen(path, RTLD_NOW | RTLD_LOCAL))
+    explicit loaded_client(const char* path) : handle(velk::testing::load_module(path))
     {
         if (handle) {
-            auto table = reinterpret_cast<velk::testing::client_probe_table_fn>(dlsym(handle, "client_probe_table"));
+            auto table = reinterpret_cast<velk::testing::client_probe_table_fn>(velk::testing::module_symbol(handle, "client_probe_table"));
             probe = table ? table() : nullptr;
         }
     }
@@ -82,7 +81,7 @@ struct loaded_client
     void close()
     {
         if (handle)
-            dlclose(handle);
+            velk::testing::unload_module(handle);
         handle = nullptr;
         probe = nullptr;
     }
@@ -114,7 +113,7 @@ protected:
     void replace()
     {
         loaded_client first(CLIENT_PROBE_V1);
-        ASSERT_NE(first.probe, nullptr) << dlerror();
+        ASSERT_NE(first.probe, nullptr) << velk::testing::module_error();
         build_before = client_build();
         handle = velk::os::library_module_handle(first.handle);
         entry_handle = 0;
@@ -127,7 +126,7 @@ protected:
         first_still_loaded = velk::testing::is_module_loaded(CLIENT_PROBE_V1);
 
         loaded_client second(CLIENT_PROBE_V2);
-        ASSERT_NE(second.probe, nullptr) << dlerror();
+        ASSERT_NE(second.probe, nullptr) << velk::testing::module_error();
         build_of_rebuilt = client_build();
         ASSERT_TRUE(velk::registrar()->notify_module_unload(0, data, list));
         second.close();

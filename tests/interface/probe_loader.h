@@ -3,8 +3,7 @@
 #pragma once
 
 #include "tests/comm/singleton_probe.h"
-
-#include <dlfcn.h>
+#include "tests/support/module_loader.h"
 
 #include <string>
 
@@ -13,10 +12,10 @@ namespace velk::testing {
 class loaded_probe
 {
 public:
-    explicit loaded_probe(const char* path) : _handle(dlopen(path, RTLD_NOW | RTLD_LOCAL))
+    explicit loaded_probe(const char* path) : _handle(load_module(path))
     {
         if (_handle) {
-            auto table = reinterpret_cast<singleton_probe_table_fn>(dlsym(_handle, "singleton_probe_table"));
+            auto table = reinterpret_cast<singleton_probe_table_fn>(module_symbol(_handle, "singleton_probe_table"));
             _probe = table ? table() : nullptr;
         }
     }
@@ -30,13 +29,13 @@ public:
     const singleton_probe& operator*() const { return *_probe; }
     void* handle() const { return _handle; }
 
-    // dlclose; true when the loader accepted it. The table is gone afterwards.
+    // Unloads; true when the loader accepted it. The table is gone afterwards.
     bool close()
     {
         _probe = nullptr;
         if (!_handle)
             return false;
-        bool closed = dlclose(_handle) == 0;
+        bool closed = unload_module(_handle);
         _handle = nullptr;
         return closed;
     }
@@ -48,14 +47,7 @@ private:
 
 // Whether the loader still has the module at path in the process: a lookup
 // that never loads anything.
-inline bool is_module_loaded(const char* path)
-{
-    void* h = dlopen(path, RTLD_NOW | RTLD_NOLOAD);
-    if (!h)
-        return false;
-    dlclose(h);
-    return true;
-}
+inline bool is_module_loaded(const char* path) { return module_in_process(path); }
 
 // A type name that no earlier registration of this process used: the
 // process-wide list outlives each test when a suite runs in one process.

@@ -7,6 +7,7 @@
 
 #include "comm/dir/directory.h"
 #include "comm/log/logger.h"
+#include "comm/dir/path_algebra.h"
 #include "comm/os/module.h"
 #include "comm/singleton.h"
 #include "interface/ifc_autoregger.h"
@@ -143,8 +144,9 @@ TEST(Registrar, WrapperCreatorOfForwardsToTheRegistry)
 TEST(Registrar, SetupAndRootPathForwardToTheRegistry)
 {
     velk::setup("/registrar/root", nullptr, nullptr, nullptr);
-    EXPECT_EQ(str(velk::root_path()), "/registrar/root/");
-    EXPECT_EQ(str(velk::registrar()->root_path()), "/registrar/root/");
+    const std::string root = std::string("/registrar/root") + velk::path_algebra::separator;
+    EXPECT_EQ(str(velk::root_path()), root);
+    EXPECT_EQ(str(velk::registrar()->root_path()), root);
 }
 
 // -- The log call through the host's hook ------------------------------------------------------------

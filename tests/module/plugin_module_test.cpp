@@ -9,8 +9,8 @@
 #include "plugin/hostprobe_plugin.h"
 #include "tests/interface/registry_probe.h"
 #include "tests/support/host_interface_stub.h"
+#include "tests/support/module_loader.h"
 
-#include <dlfcn.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ std::string str(const velk::token& t) { return std::string(t.ptr() ? t.ptr() : "
 class loaded_module
 {
 public:
-    explicit loaded_module(const char* path) : _handle(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {}
+    explicit loaded_module(const char* path) : _handle(velk::testing::load_module(path)) {}
     ~loaded_module() { close(); }
     loaded_module(const loaded_module&) = delete;
     loaded_module& operator=(const loaded_module&) = delete;
@@ -38,7 +38,7 @@ public:
     void close()
     {
         if (_handle)
-            dlclose(_handle);
+            velk::testing::unload_module(_handle);
         _handle = nullptr;
     }
 
@@ -46,17 +46,11 @@ private:
     void* _handle;
 };
 
-bool is_loaded(const char* path)
-{
-    void* h = dlopen(path, RTLD_NOW | RTLD_NOLOAD);
-    if (h)
-        dlclose(h);
-    return h != nullptr;
-}
+bool is_loaded(const char* path) { return velk::testing::module_in_process(path); }
 
 // The keys the plug-in enters: the native group (2), the JavaScript group
-// (4) and the Lua group (4).
-constexpr uint64_t plugin_key_count = 10;
+// (4, only in a build with V8) and the Lua group (4).
+constexpr uint64_t plugin_key_count = HOSTPROBE_WITH_JS ? 10 : 6;
 
 // The Lua group, keys 7 to 10, in the order of registration.
 const char* const lua_group_keys[] = {
@@ -83,14 +77,14 @@ class PluginModule : public ::testing::Test
 protected:
     void SetUp() override
     {
-        ASSERT_NE(probe_module.handle(), nullptr) << dlerror();
+        ASSERT_NE(probe_module.handle(), nullptr) << velk::testing::module_error();
         auto table = reinterpret_cast<velk::testing::registry_probe_table_fn>(
-            dlsym(probe_module.handle(), "registry_probe_table"));
+            velk::testing::module_symbol(probe_module.handle(), "registry_probe_table"));
         ASSERT_NE(table, nullptr);
         probe = table();
         keys_without_plugin = velk::registrar()->count();
         plugin = std::make_unique<loaded_module>(HOSTPROBE_PLUGIN);
-        ASSERT_NE(plugin->handle(), nullptr) << dlerror();
+        ASSERT_NE(plugin->handle(), nullptr) << velk::testing::module_error();
     }
 
     loaded_module probe_module{REGISTRY_PROBE};
@@ -145,7 +139,11 @@ TEST_F(PluginModule, KeysNameThePluginsFileAndHandle)
         module = str(e.module);
         handle = e.module_handle;
     });
+#if defined(_WIN32)
+    EXPECT_EQ(module, "hostprobe_plugin.dll");
+#else
     EXPECT_EQ(module, "hostprobe_plugin.so");
+#endif
     EXPECT_EQ(handle, plugin->module_handle());
 }
 
@@ -232,7 +230,7 @@ TEST_F(PluginModule, LoadingAgainRegistersAgain)
 {
     plugin->close();
     loaded_module again(HOSTPROBE_PLUGIN);
-    ASSERT_NE(again.handle(), nullptr) << dlerror();
+    ASSERT_NE(again.handle(), nullptr) << velk::testing::module_error();
     EXPECT_EQ(velk::registrar()->count(), keys_without_plugin + plugin_key_count);
     EXPECT_EQ(velk::os::module_handle_of(reinterpret_cast<const void*>(native_creator())), again.module_handle());
 }
@@ -264,7 +262,7 @@ TEST_F(PluginModule, CopyLoadsWhileItsKeysAreRefused)
 {
     std::string path = copy_of_plugin();
     loaded_module copy(path.c_str());
-    EXPECT_NE(copy.handle(), nullptr) << dlerror();
+    EXPECT_NE(copy.handle(), nullptr) << velk::testing::module_error();
     EXPECT_EQ(velk::registrar()->count(), keys_without_plugin + plugin_key_count);
     copy.close();
     std::filesystem::remove(path);
@@ -274,7 +272,7 @@ TEST_F(PluginModule, CopysRefusedKeysLeaveTheFirstModulesCreators)
 {
     std::string path = copy_of_plugin();
     loaded_module copy(path.c_str());
-    ASSERT_NE(copy.handle(), nullptr) << dlerror();
+    ASSERT_NE(copy.handle(), nullptr) << velk::testing::module_error();
     EXPECT_EQ(velk::os::module_handle_of(reinterpret_cast<const void*>(native_creator())), plugin->module_handle());
     copy.close();
     std::filesystem::remove(path);
@@ -286,7 +284,7 @@ TEST_F(PluginModule, UnloadingTheCopyRemovesTheKeysByName)
     // destruction takes out the keys that the first module entered.
     std::string path = copy_of_plugin();
     loaded_module copy(path.c_str());
-    ASSERT_NE(copy.handle(), nullptr) << dlerror();
+    ASSERT_NE(copy.handle(), nullptr) << velk::testing::module_error();
     copy.close();
     std::filesystem::remove(path);
     EXPECT_EQ(native_creator(), nullptr);

@@ -4,8 +4,8 @@
 #include "comm/log/logger.h"
 #include "interface/registrar.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/module_loader.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -59,14 +59,14 @@ void binding_test_host::set_up_registry(const char* name, path_check_hook_fn che
 
 void binding_test_host::load_plugin()
 {
-    _plugin = dlopen(HOSTPROBE_PLUGIN, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(_plugin, nullptr) << dlerror();
+    _plugin = load_module(HOSTPROBE_PLUGIN);
+    ASSERT_NE(_plugin, nullptr) << module_error();
 }
 
 void binding_test_host::tear_down()
 {
     if (_plugin)
-        dlclose(_plugin);
+        unload_module(_plugin);
     _plugin = nullptr;
     std::filesystem::remove_all(_root);
 }

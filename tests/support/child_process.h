@@ -4,10 +4,23 @@
 
 #include <gtest/gtest.h>
 
+#if defined(_WIN32)
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef NOGDI
+#define NOGDI
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <windows.h>
+#else
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 #include <cstdio>
 #include <cstdlib>
@@ -16,7 +29,9 @@
 #include <string>
 #include <vector>
 
+#if !defined(_WIN32)
 extern char** environ;
+#endif
 
 namespace velk::testing {
 
@@ -39,6 +54,53 @@ inline std::string read_and_remove(const std::string& path)
     return text.str();
 }
 
+#if defined(_WIN32)
+// A file of its own for each stream of each child.
+inline std::string temp_file(const char* tag)
+{
+    static int serial = 0;
+    return std::string(::testing::TempDir()) + "child_" + tag + "_" + std::to_string(GetCurrentProcessId()) + "_" +
+           std::to_string(++serial);
+}
+
+// The child's text with Windows' line ends turned into "\n", as the tests
+// compare text.
+inline std::string text_lines(std::string s)
+{
+    std::string out;
+    out.reserve(s.size());
+    for (size_t i = 0; i < s.size(); ++i)
+        if (!(s[i] == '\r' && i + 1 < s.size() && s[i + 1] == '\n'))
+            out += s[i];
+    return out;
+}
+
+// One argument as the C runtime splits a command line: in quotes, with the
+// backslashes before a quote doubled and the quote escaped.
+inline void append_argument(std::string& line, const std::string& a)
+{
+    line += '"';
+    size_t slashes = 0;
+    for (char c : a) {
+        if (c == '\\') {
+            ++slashes;
+            continue;
+        }
+        line.append(c == '"' ? 2 * slashes + 1 : slashes, '\\');
+        slashes = 0;
+        line += c;
+    }
+    line.append(2 * slashes, '\\');
+    line += '"';
+}
+
+inline HANDLE inheritable_file(const std::string& path)
+{
+    SECURITY_ATTRIBUTES sa{sizeof sa, nullptr, TRUE};
+    return CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &sa, CREATE_ALWAYS,
+                       FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+#else
 inline std::string temp_file(const char* tag)
 {
     std::string path = std::string(::testing::TempDir()) + "child_" + tag + "_XXXXXX";
@@ -47,9 +109,49 @@ inline std::string temp_file(const char* tag)
         close(fd);
     return path;
 }
+#endif
 
 } // namespace detail
 
+#if defined(_WIN32)
+// Runs argv[0] (a path) with argv, its output going to files that are read
+// back after it ended. Windows has no signals: signal stays 0.
+inline child_result run_child(const std::vector<std::string>& argv)
+{
+    child_result r;
+    std::string out_path = detail::temp_file("out"), err_path = detail::temp_file("err");
+    std::string line;
+    for (const std::string& a : argv) {
+        if (!line.empty())
+            line += ' ';
+        detail::append_argument(line, a);
+    }
+    HANDLE out = detail::inheritable_file(out_path), err = detail::inheritable_file(err_path);
+    STARTUPINFOA si{};
+    si.cb = sizeof si;
+    si.dwFlags = STARTF_USESTDHANDLES;
+    si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    si.hStdOutput = out;
+    si.hStdError = err;
+    PROCESS_INFORMATION pi{};
+    if (out != INVALID_HANDLE_VALUE && err != INVALID_HANDLE_VALUE &&
+        CreateProcessA(argv[0].c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi)) {
+        WaitForSingleObject(pi.hProcess, INFINITE);
+        DWORD code = 0;
+        if (GetExitCodeProcess(pi.hProcess, &code))
+            r.exit_status = static_cast<int>(code);
+        CloseHandle(pi.hThread);
+        CloseHandle(pi.hProcess);
+    }
+    if (out != INVALID_HANDLE_VALUE)
+        CloseHandle(out);
+    if (err != INVALID_HANDLE_VALUE)
+        CloseHandle(err);
+    r.out = detail::text_lines(detail::read_and_remove(out_path));
+    r.err = detail::text_lines(detail::read_and_remove(err_path));
+    return r;
+}
+#else
 // Runs argv[0] (a path) with argv, its output going to files that are read
 // back after it ended.
 inline child_result run_child(const std::vector<std::string>& argv)
@@ -77,5 +179,7 @@ inline child_result run_child(const std::vector<std::string>& argv)
     r.err = detail::read_and_remove(err_path);
     return r;
 }
+
+#endif
 
 } // namespace velk::testing

@@ -5,6 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#if defined(_WIN32)
+#include <process.h>
+#endif
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -17,9 +21,22 @@ class temp_dir
 public:
     explicit temp_dir(const std::string& tag = "velk")
     {
+#if defined(_WIN32)
+        // The runtime has no mkdtemp: a name of this process and a serial,
+        // made by create_directory, which refuses one that exists.
+        static int serial = 0;
+        std::string base = std::string(::testing::TempDir()) + tag + "_" + std::to_string(_getpid()) + "_";
+        for (int attempt = 0; attempt < 1000 && _path.empty(); ++attempt) {
+            std::string name = base + std::to_string(++serial);
+            std::error_code ec;
+            if (std::filesystem::create_directory(name, ec))
+                _path = name;
+        }
+#else
         std::string templ = std::string(::testing::TempDir()) + tag + "_XXXXXX";
         if (mkdtemp(templ.data()))
             _path = templ;
+#endif
     }
     ~temp_dir()
     {

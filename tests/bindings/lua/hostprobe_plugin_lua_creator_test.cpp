@@ -200,7 +200,11 @@ TEST_F(LuaCreator, PrefixDefinesWhatTheScriptUses)
 TEST_F(LuaCreator, ScriptFileRunsAndNamesTheChunkAfterItsPath)
 {
     std::string path = write_root_file("scripts/good.lua", "value = 3\nerror('at two')\n");
-    EXPECT_EQ(create_file(path), "[string \"" + path + "\"]:2: at two");
+    // LuaJIT shows a chunk name of up to 48 characters (LUA_IDSIZE - 12)
+    // whole, a longer one cut to 45 and "..." (Windows' temporary folder
+    // makes long paths).
+    std::string shown = path.size() <= 48 ? path : path.substr(0, 45) + "...";
+    EXPECT_EQ(create_file(path), "[string \"" + shown + "\"]:2: at two");
 }
 
 TEST_F(LuaCreator, ScriptFileWithoutAFinalNewlineIsReadWhole)

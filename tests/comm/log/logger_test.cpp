@@ -261,6 +261,9 @@ TEST(LoggerFile, TextWithoutAWordIsPostedAsInfo)
 
 TEST(LoggerFile, TypeMinusOneKeepsItsTextAndTakesItsLevelFromIt)
 {
+#if defined(_WIN32)
+    GTEST_SKIP() << "on Windows the colour goes to the console through SetConsoleTextAttribute, not into the text";
+#endif
     // The level decides the colour: error red, and the text stays as it was.
     logger log(true, false);
     console_capture c(true);
@@ -435,6 +438,9 @@ TEST(LoggerPending, OpenWithANewNameMovesTheFollowingLinesSinceTheNameMustBeWher
 
 TEST(LoggerConsole, MsgIsPostedAsInfoInAttributeFifteen)
 {
+#if defined(_WIN32)
+    GTEST_SKIP() << "on Windows the colour goes to the console through SetConsoleTextAttribute, not into the text";
+#endif
     logger log(true, false);
     console_capture c(true);
     log.post("msg: bright");
@@ -553,6 +559,9 @@ TEST(LoggerFilters, SlotsBeyondOnePageAreWalked)
 
 TEST(LoggerWriter, WriterThreadIsNamedLogWriter)
 {
+#if defined(_WIN32)
+    GTEST_SKIP() << "reads the name from /proc; Windows keeps it with SetThreadDescription";
+#endif
     logger log;
     velk::thread t = velk::log_writer::instance().writer_thread();
     ASSERT_FALSE(t.is_invalid());
