@@ -5,6 +5,7 @@
 
 #include "comm/opcd.h"
 
+#include "tests/support/cwd_guard.h"
 #include "tests/support/temp_dir.h"
 
 
@@ -33,20 +34,7 @@ bool exists(const std::string& p)
     return fs::exists(fs::symlink_status(p, ec));
 }
 
-// Runs a test in another current directory and comes back.
-class CwdGuard
-{
-public:
-    CwdGuard() : saved(fs::current_path()) {}
-    ~CwdGuard()
-    {
-        std::error_code ignored;
-        fs::current_path(saved, ignored);
-    }
-
-private:
-    fs::path saved;
-};
+using velk::testing::CwdGuard;
 
 // A fresh directory under the system's temporary place, removed with all it
 // holds at the end of the test:

@@ -3,6 +3,7 @@
 // environment and the loader.
 #include "comm/dir/system_paths.h"
 
+#include "tests/support/cwd_guard.h"
 #include "tests/support/temp_dir.h"
 
 #include <dlfcn.h>
@@ -24,20 +25,7 @@ namespace {
 
 std::string str(const charstr& s) { return std::string(s.c_str(), s.lens()); }
 
-// Runs a test in another current directory and comes back.
-class CwdGuard
-{
-public:
-    CwdGuard() : saved(fs::current_path()) {}
-    ~CwdGuard()
-    {
-        std::error_code ignored;
-        fs::current_path(saved, ignored);
-    }
-
-private:
-    fs::path saved;
-};
+using velk::testing::CwdGuard;
 
 // Sets or removes an environment variable for the length of a test.
 class EnvGuard
