@@ -26,44 +26,11 @@ bool colours_on(int32_t stream)
     return stream == console_stderr ? err_terminal : out_terminal;
 }
 
-// ANSI colour index of three attribute bits (blue 1, green 2, red 4):
-// ANSI counts red 1, green 2, blue 4.
-uint32_t ansi_index(uint32_t bits) { return ((bits & 4) ? 1 : 0) | (bits & 2) | ((bits & 1) ? 4 : 0); }
-
-char* put_number(char* p, uint32_t v)
-{
-    if (v >= 100)
-        *p++ = static_cast<char>('0' + v / 100);
-    if (v >= 10)
-        *p++ = static_cast<char>('0' + v / 10 % 10);
-    *p++ = static_cast<char>('0' + v % 10);
-    return p;
-}
-
 } // namespace
 
 void console_write(int32_t stream, const char* text, size_t len) { fwrite(text, 1, len, file_of(stream)); }
 
 void console_flush(int32_t stream) { fflush(file_of(stream)); }
-
-uint32_t console_attribute_sequence(uint16_t attribute, char* buf)
-{
-    char* p = buf;
-    *p++ = '\x1b';
-    *p++ = '[';
-    if (attribute == 7) {
-        *p++ = '0';
-    } else {
-        uint32_t fg = attribute & 15, bg = (attribute >> 4) & 15;
-        p = put_number(p, ((fg & 8) ? 90 : 30) + ansi_index(fg & 7));
-        if (bg) {
-            *p++ = ';';
-            p = put_number(p, ((bg & 8) ? 100 : 40) + ansi_index(bg & 7));
-        }
-    }
-    *p++ = 'm';
-    return static_cast<uint32_t>(p - buf);
-}
 
 void console_set_attribute(int32_t stream, uint16_t attribute)
 {
