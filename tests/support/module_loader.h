@@ -2,18 +2,9 @@
 // with immediate binding and local symbols, or LoadLibraryA.
 #pragma once
 
-#if defined(_WIN32)
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef NOGDI
-#define NOGDI
-#endif
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#include <windows.h>
-#else
+#include "tests/support/windows_api.h"
+
+#if !defined(_WIN32)
 #include <dlfcn.h>
 #endif
 
