@@ -76,6 +76,8 @@ mspace array_space()
         array_space_holder = static_cast<comm_array_mspace*>(register_singleton(
             &create_array_space, &destroy_array_space, &init_array_space,
             singleton_type_name<comm_array_mspace>(), commalloc_place, __LINE__, true));
+        // Enrolled only for a local space: remove_singleton would ignore a
+        // process-wide one anyway, which no module destroys.
         static array_space_exit at_exit;
     }
     return array_space_holder->space;
@@ -112,6 +114,15 @@ void global_release(void* p)
 }
 
 void comm_array_mspace_ensure() { array_space(); }
+
+void comm_array_mspace_ensure_shared(const char* file, int32_t line)
+{
+    if (array_space_holder)
+        return;
+    array_space_holder = static_cast<comm_array_mspace*>(register_singleton(
+        &create_array_space, &destroy_array_space, &init_array_space,
+        singleton_type_name<comm_array_mspace>(), file, line, false));
+}
 
 mspace comm_array_space() { return array_space(); }
 

@@ -26,7 +26,16 @@ void global_release(void* p);
 
 // Makes sure the array space exists. Long-lived containers call it in their
 // constructors, so that the space is made before them and outlives them.
+// Registers it with this module's own manager.
 void comm_array_mspace_ensure();
+
+// Makes sure the array space exists, registering it process-wide, found by
+// name, under the place file and line, when the module's cached pointer is
+// still null; otherwise does nothing, so that whichever site comes first
+// decides. A process-wide space may be another module's; it lives until the
+// process ends and no module destroys it. Throws std::bad_alloc when a new
+// space can't be made; the cached pointer then stays null.
+void comm_array_mspace_ensure_shared(const char* file, int32_t line);
 
 // The module's array space, made on first use; for its statistics.
 mspace comm_array_space();

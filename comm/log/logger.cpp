@@ -27,6 +27,9 @@ namespace {
 constexpr const char* console_logger_place = "comm/interface";
 constexpr int32_t console_logger_line = 529;
 constexpr const char* logger_place = "comm/log/logger";
+// The logger's own registration of the array space, process-wide; its line
+// is the same in every build, so that reports from all modules agree.
+constexpr int32_t logger_array_space_line = 227;
 
 // A new message reserves this much text, so that a line of usual length
 // never grows its buffer.
@@ -145,10 +148,11 @@ message_pool* the_pool = nullptr;
 
 struct pool_lifetime
 {
-    // The messages' text lies in the array space: it must outlive them.
+    // The messages' text lies in the array space: it must outlive them. A
+    // module whose first array use is its logger shares the process's space.
     pool_lifetime()
     {
-        comm_array_mspace_ensure();
+        comm_array_mspace_ensure_shared(logger_place, logger_array_space_line);
         the_pool = register_singleton_of<message_pool>(true, nullptr, 0);
     }
     ~pool_lifetime() { remove_singleton(std::exchange(the_pool, nullptr)); }

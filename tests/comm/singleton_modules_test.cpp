@@ -126,6 +126,58 @@ TEST_F(CrossModule, MainProgramSeesTheModulesProcessWideInstance)
     EXPECT_EQ(here, from_a);
 }
 
+// -- The logger's array space ----------------------------------------------------
+
+namespace {
+
+// The process-wide node of the array space that a logger registered, or null.
+const velk::singleton_node* logger_array_space_node()
+{
+    for (const velk::singleton_node* n = sglo_registrar()->head(); n; n = n->next)
+        if (!n->local && n->file && std::string(n->file) == "comm/log/logger"
+            && std::string(n->type_name).find("comm_array_mspace") != std::string::npos)
+            return n;
+    return nullptr;
+}
+
+} // namespace
+
+TEST_F(CrossModule, LoggerThatComesFirstRegistersTheArraySpaceProcessWide)
+{
+    a->array_space_after_logger();
+    const velk::singleton_node* node = logger_array_space_node();
+    ASSERT_NE(node, nullptr);
+    EXPECT_EQ(node->line, 227);
+}
+
+TEST_F(CrossModule, ModulesWhoseLoggersComeFirstShareOneArraySpace)
+{
+    EXPECT_EQ(b->array_space_after_logger(), a->array_space_after_logger());
+}
+
+TEST_F(CrossModule, DynarrayLiesInTheSpaceTheLoggerRegistered)
+{
+    velk::mspace space = a->array_space_after_logger();
+    EXPECT_EQ(a->dynarray_space(), space);
+}
+
+TEST_F(CrossModule, ArraySpaceMadeBeforeTheLoggerStaysTheModulesOwn)
+{
+    velk::mspace own = b->dynarray_space();
+    velk::mspace shared = a->array_space_after_logger();
+    EXPECT_EQ(b->array_space_after_logger(), own);
+    EXPECT_NE(own, shared);
+}
+
+TEST_F(CrossModule, SharedArraySpaceOutlivesTheModuleThatMadeIt)
+{
+    velk::mspace made_by_a = a->array_space_after_logger();
+    ASSERT_TRUE(a.close());
+    ASSERT_FALSE(is_module_loaded(PROBE_MODULE_A));
+    EXPECT_EQ(b->array_space_after_logger(), made_by_a);
+    EXPECT_EQ(b->dynarray_space(), made_by_a);
+}
+
 // -- Module-local singletons --------------------------------------------------
 
 TEST_F(CrossModule, EachModuleHasItsOwnLocalInstance)

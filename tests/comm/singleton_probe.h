@@ -3,6 +3,7 @@
 // sglo_registrar, nothing else; the tests load them with dlopen.
 #pragma once
 
+#include "comm/alloc/mspace.h"
 #include "comm/singleton.h"
 
 #include <cstdint>
@@ -52,6 +53,11 @@ struct singleton_probe
     // The module's handle and file, from an address inside it.
     uint64_t (*module_handle)();
     const char* (*module_file)();
+
+    // The module's array space after its logger has made its message pool.
+    mspace (*array_space_after_logger)();
+    // The space that holds a dynarray made in the module.
+    mspace (*dynarray_space)();
 };
 
 using singleton_probe_table_fn = const singleton_probe* (*)();

@@ -3,6 +3,9 @@
 // apart in what they record.
 #include "tests/comm/singleton_probe.h"
 
+#include "comm/alloc/commalloc.h"
+#include "comm/dynarray.h"
+#include "comm/log/logger.h"
 #include "comm/os/module.h"
 
 #if defined(_WIN32)
@@ -138,6 +141,19 @@ uint64_t module_handle() { return velk::os::module_handle_of(reinterpret_cast<co
 
 const char* module_file() { return velk::os::module_file_of(reinterpret_cast<const void*>(&create_probe)); }
 
+velk::mspace array_space_after_logger()
+{
+    velk::log_message_pool();
+    return velk::comm_array_space();
+}
+
+velk::mspace dynarray_space()
+{
+    velk::dynarray<int> numbers;
+    *numbers.add(1) = 1;
+    return velk::mspace_owner(reinterpret_cast<const char*>(numbers.ptr()) - 8);
+}
+
 constexpr velk::testing::singleton_probe probe = {
     PROBE_TAG,
     &shared_instance,
@@ -154,6 +170,8 @@ constexpr velk::testing::singleton_probe probe = {
     &default_lookup,
     &module_handle,
     &module_file,
+    &array_space_after_logger,
+    &dynarray_space,
 };
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "comm/alloc/commalloc.h"
 
 #include "comm/alloc/mspace.h"
+#include "comm/singleton.h"
 
 #include <gtest/gtest.h>
 
@@ -138,4 +139,13 @@ TEST(GlobalAlloc, GivesUsableBlocksAndTakesNull)
     memset(p, 1, 24);
     velk::global_release(p);
     velk::global_release(nullptr);
+}
+
+TEST(ArraySpace, SharedRegistrationLeavesAnExistingSpaceAlone)
+{
+    velk::mspace before = velk::comm_array_space();
+    int32_t nodes = velk::process_singleton_manager().count();
+    velk::comm_array_mspace_ensure_shared("comm/log/logger", 227);
+    EXPECT_EQ(velk::comm_array_space(), before);
+    EXPECT_EQ(velk::process_singleton_manager().count(), nodes);
 }
