@@ -23,6 +23,7 @@
 #include "comm/os/thread.h"
 
 #include <new>
+#include <utility>
 #endif
 
 #include <cstring>
@@ -409,6 +410,13 @@ token matcher::run()
     return _prog.ignore_case ? rounds<false, true>(first, p, start) : rounds<false, false>(first, p, start);
 }
 
+// Frees p and every program it replaced.
+void free_programs(regex_program* p)
+{
+    while (p)
+        delete std::exchange(p, p->superseded);
+}
+
 } // namespace
 
 // -- regex -------------------------------------------------------------------------------
@@ -420,33 +428,34 @@ regex::regex(const token& pattern, bool literal, bool dot_all, bool ignore_case)
 
 regex::~regex()
 {
-    delete _program;
+    free_programs(_program.load(std::memory_order_relaxed));
 }
 
 regex& regex::operator=(regex&& other) noexcept
 {
-    if (this != &other) {
-        delete _program;
-        _program = other._program;
-        other._program = nullptr;
-    }
+    if (this != &other)
+        free_programs(_program.exchange(other._program.exchange(nullptr, std::memory_order_relaxed),
+                                        std::memory_order_relaxed));
     return *this;
 }
 
 void regex::compile(const token& pattern, bool literal, bool ignore_case, bool dot_all)
 {
     regex_program* fresh = regex_compile_program(pattern, literal, ignore_case, dot_all);
-    delete _program;
-    _program = fresh;
+    // Runs on other threads may be on the old program: it stays, behind the
+    // new one, until the regex ends. Readers never look at superseded, so it
+    // may be written after the program is published.
+    fresh->superseded = _program.exchange(fresh, std::memory_order_acq_rel);
 }
 
 token regex::run(const token& input, token* subs, uint32_t nsub, uint32_t mode) const
 {
-    if (!_program)
+    const regex_program* prog = program(); // read once: a compile may replace it
+    if (!prog)
         return token(input.ptr(), input.ptr());
     if (!subs)
         nsub = 0;
-    return matcher(*_program, regex_scratch_of_thread(), input, subs, nsub, mode).run();
+    return matcher(*prog, regex_scratch_of_thread(), input, subs, nsub, mode).run();
 }
 
 token regex::find(const token& input, token* subs, uint32_t nsub) const { return run(input, subs, nsub, 0); }

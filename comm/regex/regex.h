@@ -16,8 +16,9 @@
 // whatever it is: "\n" is the letter n; there are no escape sequences.
 //
 // A compiled program is read-only: one regex may be run from several threads
-// at once. Compiling and matching keep their working state in scratch of the
-// calling thread, so no lock is taken anywhere.
+// at once, and compiled again while they run. Compiling and matching keep
+// their working state in scratch of the calling thread, so no lock is taken
+// anywhere.
 //
 // The three runs differ in where a match may lie:
 // - find: anywhere; of the matches seen, the one that starts first, and of
@@ -33,6 +34,7 @@
 
 #include "comm/token.h"
 
+#include <atomic>
 #include <cstdint>
 
 namespace velk {
@@ -49,16 +51,20 @@ public:
     // compile. Throws velk::exception on a bad pattern, as compile does.
     regex(const token& pattern, bool literal, bool dot_all, bool ignore_case);
 
-    // Frees the program. No run of this object may be under way.
+    // Frees the program and every program it replaced. No run and no
+    // compile of this object may be under way.
     ~regex();
 
     regex(const regex&) = delete;
     regex& operator=(const regex&) = delete;
-    regex(regex&& other) noexcept : _program(other._program) { other._program = nullptr; }
+    // Neither object may be in use by another thread during a move.
+    regex(regex&& other) noexcept : _program(other._program.exchange(nullptr, std::memory_order_relaxed)) {}
     regex& operator=(regex&& other) noexcept;
 
-    // Compiles pattern and replaces the program (the old one is freed: no run
-    // of this object may be under way). literal: every character stands for
+    // Compiles pattern and replaces the program. Other threads may be running
+    // this regex meanwhile: a run that began before the replacement finishes
+    // on the old program, which is kept until this regex ends; a run that
+    // begins after compile returns uses the new one. literal: every character stands for
     // itself (a backslash still quotes). ignore_case: characters compare
     // through tolower; see the notes on classes in regex_compiler.cpp.
     // dot_all: "." accepts every character; the default "." accepts all but
@@ -78,15 +84,17 @@ public:
     token match(const token& input, token* subs = nullptr, uint32_t nsub = 0) const;
     token leading(const token& input, token* subs = nullptr, uint32_t nsub = 0) const;
 
-    bool is_compiled() const { return _program != nullptr; }
+    bool is_compiled() const { return program() != nullptr; }
 
     // The compiled form, for the tests; null before the first compile.
-    const regex_program* program() const { return _program; }
+    const regex_program* program() const { return _program.load(std::memory_order_acquire); }
 
 private:
     token run(const token& input, token* subs, uint32_t nsub, uint32_t mode) const;
 
-    regex_program* _program = nullptr;
+    // Published with release, read with acquire: a thread that sees a
+    // program sees all of it. Replaced programs hang off it by superseded.
+    std::atomic<regex_program*> _program{nullptr};
 };
 
 } // namespace velk

@@ -111,6 +111,10 @@ struct regex_program
     // can't be taken for another one made at the same address.
     uint64_t serial = 0;
 
+    // The program that this one replaced in its regex. Runs begun on it may
+    // still be going, so it lives until the regex ends; null for the first.
+    regex_program* superseded = nullptr;
+
     regex_program() = default;
     regex_program(const regex_program&) = delete;
     regex_program& operator=(const regex_program&) = delete;

@@ -662,6 +662,65 @@ TEST(Regex, OneProgramRunsOnSeveralThreadsAtOnce)
     EXPECT_EQ(done.load(), 4 * 50 * 200);
 }
 
+TEST(Regex, RecompileKeepsTheReplacedProgramBehindTheNewOne)
+{
+    regex re;
+    re.compile("a+");
+    const velk::regex_program* first = re.program();
+    re.compile("b+");
+    EXPECT_EQ(re.program()->superseded, first);
+}
+
+TEST(Regex, ReplacedProgramStaysWholeForRunsBegunOnIt)
+{
+    regex re;
+    re.compile("a");
+    const velk::regex_program* first = re.program();
+    re.compile("b");
+    // What a run that started on the first program goes on reading.
+    ASSERT_EQ(first->first->type, velk::op_char);
+    EXPECT_EQ(first->first->rune, static_cast<uint32_t>('a'));
+}
+
+TEST(Regex, RunAfterRecompileUsesTheNewProgram)
+{
+    regex re;
+    re.compile("a+");
+    re.compile("b+");
+    std::string_view text = "xaby";
+    EXPECT_EQ(offset(re.find(tok(text)), text), 2);
+}
+
+TEST(Regex, RunsDuringRecompilesEachSeeOneWholeProgram)
+{
+    // "a+" finds the "a" at 1, "b+" the "b" at 2; anything else would be a
+    // run that saw part of one program and part of another.
+    std::string_view text = "xaby";
+    regex re;
+    re.compile("a+");
+    std::atomic<bool> compiling{true};
+    std::atomic<int> wrong{0};
+    std::atomic<int> runs{0};
+    std::vector<std::thread> runners;
+    for (int t = 0; t < 2; ++t)
+        runners.emplace_back([&] {
+            do {
+                token found = re.find(tok(text));
+                long at = offset(found, text);
+                if (found.lens() != 1 || (at != 1 && at != 2))
+                    ++wrong;
+                ++runs;
+            } while (compiling.load());
+        });
+    for (int round = 0; round < 2000; ++round)
+        re.compile(round % 2 ? "a+" : "b+");
+    compiling = false;
+    for (std::thread& t : runners)
+        t.join();
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_GT(runs.load(), 0);
+}
+
 TEST(Regex, ThreadsCompileAndMatchTheirOwnPatternsAtOnce)
 {
     std::atomic<int> wrong{0};
