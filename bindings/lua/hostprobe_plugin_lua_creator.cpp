@@ -67,7 +67,9 @@ void run_chunk(lua_State* L, const velk::lua::script_source& source, velk::lua::
     velk::token name = source.url.is_empty() && source.is_path ? source.text : source.url;
     if (!context.is_set())
         throw velk::exception("Can't load script without context!");
-    if (luaL_loadbuffer(L, text.ptr() ? text.ptr() : "", text.lens(), name) != 0)
+    // Text only: the runtime doesn't verify bytecode, and a crafted chunk
+    // could bring the host down.
+    if (luaL_loadtext(L, text.ptr() ? text.ptr() : "", text.lens(), name) != 0)
         velk::lua::lua_throw_error(L, velk::token());
     context.push();
     lua_setfenv(L, -2); // the chunk runs in the context

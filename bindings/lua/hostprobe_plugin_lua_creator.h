@@ -47,6 +47,8 @@ velk::iref<hostprobe_plugin>& native_create(velk::iref<hostprobe_plugin>& out, h
 //   path + " not found"                    the script file can't be read
 //   "Can't load script without context!"   the given context holds no table
 //   Lua's own message                      a syntax or run-time error of the chunk
+//   name + ": precompiled bytecode is refused: a script must be Lua source text"
+//                                          the chunk is bytecode; nothing of it runs
 // Also std::bad_alloc. L must be set up by velk::lua::setup_state, and the
 // stack is left as it was.
 velk::iref<hostprobe_plugin>& create_with_script(velk::iref<hostprobe_plugin>& out, lua_State* L,

@@ -19,7 +19,10 @@ velk::token lua_toltoken(lua_State* L, int index, size_t* length)
     return s ? velk::token(s, n) : velk::token();
 }
 
-int luaL_loadbuffer(lua_State* L, const char* buffer, size_t size, const velk::token& name)
+namespace {
+
+// luaL_loadbufferx with a token name; a null mode takes text and bytecode.
+int load_named(lua_State* L, const char* buffer, size_t size, const velk::token& name, const char* mode)
 {
     // Chunk names are short as a rule: a stack copy spares the heap.
     char local[256];
@@ -27,10 +30,44 @@ int luaL_loadbuffer(lua_State* L, const char* buffer, size_t size, const velk::t
         if (name.lens())
             std::memcpy(local, name.ptr(), name.lens());
         local[name.lens()] = 0;
-        return luaL_loadbuffer(L, buffer, size, local);
+        return luaL_loadbufferx(L, buffer, size, local, mode);
     }
     velk::charstr copy(name);
-    return luaL_loadbuffer(L, buffer, size, copy.c_str());
+    return luaL_loadbufferx(L, buffer, size, copy.c_str(), mode);
+}
+
+// Pushes the chunk's name as Lua's messages show it: a file's ("@") and a
+// literal ("=") name without the mark, any other in [string "..."].
+void push_chunk_id(lua_State* L, const velk::token& name)
+{
+    if (!name.is_empty() && (name.ptr()[0] == '@' || name.ptr()[0] == '=')) {
+        lua_pushlstring(L, name.ptr() + 1, name.lens() - 1);
+        return;
+    }
+    lua_pushliteral(L, "[string \"");
+    lua_pushtoken(L, name);
+    lua_pushliteral(L, "\"]");
+    lua_concat(L, 3);
+}
+
+} // namespace
+
+int luaL_loadbuffer(lua_State* L, const char* buffer, size_t size, const velk::token& name)
+{
+    return load_named(L, buffer, size, name, nullptr);
+}
+
+int luaL_loadtext(lua_State* L, const char* buffer, size_t size, const velk::token& name)
+{
+    int status = load_named(L, buffer, size, name, "t");
+    // The runtime's own words, "wrong mode", name neither the file nor why.
+    if (status != 0 && size && buffer[0] == LUA_SIGNATURE[0]) {
+        lua_pop(L, 1);
+        push_chunk_id(L, name);
+        lua_pushliteral(L, ": precompiled bytecode is refused: a script must be Lua source text");
+        lua_concat(L, 2);
+    }
+    return status;
 }
 
 void lua_getfield(lua_State* L, int index, const velk::token& key)

@@ -57,6 +57,13 @@ velk::token lua_toltoken(lua_State* L, int index, size_t* length = nullptr);
 // name too long for the stack buffer when memory runs out.
 int luaL_loadbuffer(lua_State* L, const char* buffer, size_t size, const velk::token& name);
 
+// As luaL_loadbuffer, for source text only: a precompiled chunk, which the
+// runtime would take without verifying it, is refused with LUA_ERRSYNTAX and
+// the message "NAME: precompiled bytecode is refused: a script must be Lua
+// source text", NAME being the chunk named as Lua names it in its messages.
+// Nothing else is pushed or loaded then.
+int luaL_loadtext(lua_State* L, const char* buffer, size_t size, const velk::token& name);
+
 // lua_getfield and lua_setfield with a token key; the key may hold zero
 // bytes. Both run metamethods as the standard forms do.
 void lua_getfield(lua_State* L, int index, const velk::token& key);

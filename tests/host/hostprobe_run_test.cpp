@@ -7,6 +7,7 @@
 #include "plugin/os/adapters.h"
 #include "tests/support/child_process.h"
 
+#include <lua.hpp>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -70,6 +71,23 @@ protected:
 
     std::string dir;
 };
+
+// The bytecode of a Lua chunk, as string.dump gives it in a state of its own.
+std::string lua_bytecode(const char* source)
+{
+    lua_State* L = luaL_newstate();
+    luaL_openlibs(L);
+    lua_getglobal(L, "string");
+    lua_getfield(L, -1, "dump");
+    std::string code;
+    if (luaL_loadstring(L, source) == 0 && lua_pcall(L, 1, 1, 0) == 0) {
+        size_t n = 0;
+        const char* s = lua_tolstring(L, -1, &n);
+        code.assign(s, n);
+    }
+    lua_close(L);
+    return code;
+}
 
 const std::string probe_js = std::string(EXAMPLES_DIR) + "/probe.js";
 const std::string probe_lua = std::string(EXAMPLES_DIR) + "/probe.lua";
@@ -393,6 +411,17 @@ TEST_F(HostRun, LuaSyntaxErrorExitsWithLuasMessageFileAndLine)
     child_result r = hostprobe_in_dir({"run", "bad.lua"});
     EXPECT_EQ(r.exit_status, 1);
     EXPECT_EQ(r.err, "bad.lua:2: '<name>' expected near '='\n");
+    EXPECT_EQ(r.out, "");
+}
+
+TEST_F(HostRun, LuaBytecodeFileIsRefusedAsAScriptError)
+{
+    std::string code = lua_bytecode("log('ran')");
+    ASSERT_FALSE(code.empty());
+    script("dump.lua", code);
+    child_result r = hostprobe_in_dir({"run", "dump.lua"});
+    EXPECT_EQ(r.exit_status, 1);
+    EXPECT_EQ(r.err, "dump.lua: precompiled bytecode is refused: a script must be Lua source text\n");
     EXPECT_EQ(r.out, "");
 }
 

@@ -231,6 +231,14 @@ TEST_F(LuaCreator, ScriptFileLongerThanOneBlockIsReadWhole)
     EXPECT_EQ(run(made_context, "return n").text, "2000");
 }
 
+TEST_F(LuaCreator, BytecodeScriptFileIsRefusedAndNotRun)
+{
+    std::string path = write_root_file("scripts/dump.lua", velk::testing::lua_bytecode("ran = true"));
+    EXPECT_EQ(create_file(path),
+              "[string \"" + path + "\"]: precompiled bytecode is refused: a script must be Lua source text");
+    EXPECT_EQ(run(made_context, "return ran").text, "nil");
+}
+
 TEST_F(LuaCreator, MissingScriptFileFailsWithItsPath)
 {
     std::string path = velk::testing::lua_environment::root() + "scripts/none.lua";

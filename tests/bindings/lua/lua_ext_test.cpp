@@ -2,6 +2,7 @@
 #include "bindings/lua/lua_errors.h"
 #include "bindings/lua/lua_ext.h"
 #include "bindings/lua/lua_state.h"
+#include "tests/bindings/lua/lua_test_host.h"
 
 #include <gtest/gtest.h>
 
@@ -145,6 +146,42 @@ TEST_F(LuaExt, LoadbufferTakesAChunkNameLongerThanItsStackBuffer)
 TEST_F(LuaExt, LoadbufferReportsASyntaxError)
 {
     EXPECT_EQ(luaL_loadbuffer(L, "return +", 8, velk::token("bad.lua")), LUA_ERRSYNTAX);
+}
+
+TEST_F(LuaExt, LoadtextRefusesBytecodeWithItsOwnWords)
+{
+    std::string code = velk::testing::lua_bytecode("return 1");
+    ASSERT_FALSE(code.empty());
+    EXPECT_EQ(luaL_loadtext(L, code.data(), code.size(), velk::token("@dump.lua")), LUA_ERRSYNTAX);
+    EXPECT_EQ(top_string(), "dump.lua: precompiled bytecode is refused: a script must be Lua source text");
+}
+
+TEST_F(LuaExt, LoadtextLeavesOnlyTheMessageOnARefusal)
+{
+    std::string code = velk::testing::lua_bytecode("return 1");
+    int top = lua_gettop(L);
+    luaL_loadtext(L, code.data(), code.size(), velk::token("@dump.lua"));
+    EXPECT_EQ(lua_gettop(L), top + 1);
+}
+
+TEST_F(LuaExt, LoadtextNamesAStringChunkAsLuaDoes)
+{
+    std::string code = velk::testing::lua_bytecode("return 1");
+    ASSERT_NE(luaL_loadtext(L, code.data(), code.size(), velk::token("dump")), 0);
+    EXPECT_EQ(top_string(), "[string \"dump\"]: precompiled bytecode is refused: a script must be Lua source text");
+}
+
+TEST_F(LuaExt, LoadtextTakesSourceText)
+{
+    ASSERT_EQ(luaL_loadtext(L, "return 7", 8, velk::token("@seven.lua")), 0);
+    ASSERT_EQ(lua_pcall(L, 0, 1, 0), 0);
+    EXPECT_EQ(top_string(), "7");
+}
+
+TEST_F(LuaExt, LoadtextReportsASyntaxErrorInLuasWords)
+{
+    EXPECT_EQ(luaL_loadtext(L, "return +", 8, velk::token("@bad.lua")), LUA_ERRSYNTAX);
+    EXPECT_EQ(top_string().rfind("bad.lua:1:", 0), 0u) << top_string();
 }
 
 TEST_F(LuaExt, WhereExtGivesTheChunkAndLineOfTheCallingFunction)

@@ -49,6 +49,9 @@ struct lua_result
 // Writes a file below the root (creating its folders); gives its full path.
 std::string write_root_file(const std::string& relative, const std::string& content);
 
+// The bytecode of a Lua chunk, as string.dump gives it in a state of its own.
+std::string lua_bytecode(const char* source);
+
 // The plug-in's creators, from the registry.
 creator_fn creator(const token& key);
 
