@@ -266,11 +266,13 @@ char* write_exponent(char* p, int x)
 
 // The scientific form of v > 0 with decimal exponent e, in [p, end): one
 // digit, ".", further digits up to most as they fit before the exponent, the
-// exponent. A span without room for "d.e" and the exponent is filled with
-// "?" from start, the sign included.
+// exponent; the mantissa is rounded at its most-th digit. A span without room
+// for "d.e" and the exponent is filled with "?" from start, the sign included.
 char* write_scientific(char* start, char* p, char* end, double v, int e, int64_t most, bool drop_zeros)
 {
-    double m = scale10(v, -e); // the mantissa, in [1, 10) but for the rounding of the scaling
+    // Rounded after the scaling: near the largest double, the value plus
+    // half a unit would overflow to infinity, and so would the mantissa.
+    double m = scale10(v, -e) + half_unit(most); // in [1, 10] but for the rounding of the scaling
     if (m >= 10.0) {
         m /= 10.0;
         ++e;
@@ -537,10 +539,8 @@ char* append_float(char* start, char* end, double value, int32_t nfrac)
         }
     }
 
-    if (scientific) { // the mantissa's digits behind its point: n less the places before
-        value += half_unit(n);
-        return write_scientific(start, p, end, value, decimal_exponent(value), n + e, nfrac > 0);
-    }
+    if (scientific) // the mantissa's digits behind its point: n less the places before
+        return write_scientific(start, p, end, value, e, n + e, nfrac > 0);
     // A plain form rounds at n >= 0 decimals. Above 2^64 there is nothing to
     // round. Below, the half unit goes to the fraction alone, which is exact
     // and has the precision that the whole value lacks: added to a value of

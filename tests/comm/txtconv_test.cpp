@@ -553,6 +553,14 @@ TEST(TxtconvFloat, CarryPastTheRoomTakesTheShortExponentForm)
     EXPECT_EQ(float_text(9999.7, 0, 4), "10e3");
 }
 
+// Found by number_fuzz: the rounding of the exponent form, added to the
+// value itself, carried a value near the largest double to infinity.
+TEST(TxtconvFloat, RoundingNearTheLargestDoubleStaysFinite)
+{
+    EXPECT_EQ(float_text(1.7976922776554302e308, 20, 6), "2.e308");
+    EXPECT_EQ(float_text(1.7976922776554302e308, 20, 7), "1.8e308");
+}
+
 TEST(TxtconvFloat, NoRoomForAnyFormFillsTheSpanWithQuestionMarks)
 {
     EXPECT_EQ(float_text(1e300, 2, 3), "???");
