@@ -121,10 +121,21 @@ token log_level_prefix(int32_t type);
 // The source of a log call. A literal is measured and hashed by the
 // compiler, so that a refused call costs no hashing; any other text is
 // taken as it is.
-template <size_t N>
-consteval tokenhash log_source(const char (&literal)[N])
+//
+// The compiler's result is a plain pair, made a tokenhash at the call: clang
+// 14 returns a tokenhash (a class with a base) from a consteval function
+// with its end pointer null, and the source's text then runs on past the literal.
+struct log_literal
 {
-    return tokenhash(literal);
+    token text;
+    uint32_t hash;
+    constexpr operator tokenhash() const { return tokenhash(text, hash); }
+};
+
+template <size_t N>
+consteval log_literal log_source(const char (&literal)[N])
+{
+    return log_literal{token(literal), tokenhash(literal).hash()};
 }
 inline const tokenhash& log_source(const tokenhash& source) { return source; }
 

@@ -84,6 +84,15 @@ TEST(LoggerLevels, EachLevelHasItsPrefixAndLevelsOutsideHaveNone)
     EXPECT_EQ(str(velk::log_level_prefix(-1)), "");
 }
 
+// Found by metastream_fuzz: built by clang 14, the source of a log call
+// with a literal had no end, and the line took whatever lay behind it.
+TEST(LogSource, ALiteralSourceKeepsItsLengthAndHash)
+{
+    velk::tokenhash source = velk::log_source("metastream");
+    EXPECT_EQ(std::string(source.ptr(), source.lens()), "metastream");
+    EXPECT_EQ(source.hash(), velk::tokenhash(velk::token("metastream")).hash());
+}
+
 TEST(LoggerLevels, WordsAtTheStartNameTheLevel)
 {
     const std::pair<const char*, int32_t> cases[] = {

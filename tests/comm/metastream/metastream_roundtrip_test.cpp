@@ -55,6 +55,14 @@ TEST(MetastreamRoundtrip, ACharstrComesBackWhole)
     EXPECT_TRUE(read_text<charstr>("\"a\\\"b\"") == "a\"b");
 }
 
+// Found by metastream_fuzz: the text format dropped a zero byte on writing.
+TEST(MetastreamRoundtrip, ACharstrWithAZeroByteComesBackWhole)
+{
+    charstr s(token("a\0b", 3));
+    charstr back = read_text<charstr>(write_text(s));
+    EXPECT_EQ(std::string(back.ptr(), back.lens()), std::string("a\0b", 3));
+}
+
 TEST(MetastreamRoundtrip, AStructureIsWrittenInMemberOrderWithKeys)
 {
     EXPECT_EQ(write_text(point{1, -2}), "{x=1,y=-2}");

@@ -308,7 +308,7 @@ private:
     {
         if (c == '"' || c == '\\' || c == '\'')
             out << '\\';
-        out.append(c);
+        out.append(token(&c, &c + 1)); // append(char) ignores a zero byte, which a string may hold
     }
 
     static uint64_t load(const void* p, uint32_t size)
