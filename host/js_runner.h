@@ -13,6 +13,8 @@
 #include "host/commands.h"
 #include "host/script_runner.h"
 
+#include <memory>
+
 namespace host {
 
 // Runs the JavaScript file of place with the loaded plug-in, within the
@@ -27,5 +29,30 @@ namespace host {
 // starts once per process, so a process runs one script. Throws velk::exception when the process has no
 // registry, std::bad_alloc.
 int run_js_script(const run_request& r, const script_place& place);
+
+// V8 kept for many runs in one process, for a program that runs script
+// after script (the fuzz target): V8 starts with the first object and stays
+// until the process ends; each object is one isolate, its heap within the
+// limits given here. A process uses either this or run_js_script, which
+// ends V8 after its one run.
+class js_engine
+{
+public:
+    // Starts V8 if it isn't yet and makes the isolate.
+    explicit js_engine(const run_limits& limits);
+    // Disposes the isolate; V8 stays.
+    ~js_engine();
+    js_engine(const js_engine&) = delete;
+    js_engine& operator=(const js_engine&) = delete;
+
+    // Runs the JavaScript file of place on the isolate as run_js_script
+    // does, with the same exit status and words; the time limit is the
+    // request's, the heap limit the one of construction.
+    int run(const run_request& r, const script_place& place);
+
+private:
+    struct isolate_state; // V8's types stay out of this header
+    std::unique_ptr<isolate_state> _state;
+};
 
 } // namespace host
