@@ -1,7 +1,7 @@
 // A host that exports no registry: loads the module named on its command
 // line as a host loads a plug-in and says whether that worked. Run by the
 // tests in a child process, since a module that needs a registry ends it.
-#include <dlfcn.h>
+#include "tests/support/module_loader.h"
 
 #include <cstdio>
 
@@ -11,12 +11,12 @@ int main(int argc, char** argv)
         fputs("usage: bare_host MODULE\n", stderr);
         return 2;
     }
-    void* module = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
+    void* module = velk::testing::load_module(argv[1]);
     if (!module) {
-        fprintf(stderr, "bare_host: %s\n", dlerror());
+        fprintf(stderr, "bare_host: %s\n", velk::testing::module_error());
         return 3;
     }
     puts("loaded");
-    dlclose(module);
+    velk::testing::unload_module(module);
     return 0;
 }

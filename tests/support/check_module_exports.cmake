@@ -1,8 +1,40 @@
 cmake_minimum_required(VERSION 3.25)
 # Checks the dynamic symbols of one module: no STB_GNU_UNIQUE symbol, and no
-# defined export other than those in ALLOWED.
-# cmake -DREADELF=... -DMODULE=path -DALLOWED=a,b -P check_module_exports.cmake
+# defined export other than those in ALLOWED. A DLL's export table is read
+# with objdump; PE has no unique symbols, so only the names count there.
+# cmake -DREADELF=... -DOBJDUMP=... -DMODULE=path -DALLOWED=a,b -P check_module_exports.cmake
 string(REPLACE "," ";" ALLOWED "${ALLOWED}")
+
+if(MODULE MATCHES "\\.(dll|exe)$")
+  execute_process(COMMAND ${OBJDUMP} -p ${MODULE} OUTPUT_VARIABLE table RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "${OBJDUMP} failed on ${MODULE}")
+  endif()
+  # The names follow the "[Ordinal/Name Pointer] Table" line, one a line:
+  # "\t[   0] name".
+  string(REGEX REPLACE ".*\\[Ordinal/Name Pointer\\] Table[^\n]*\n" "" names "${table}")
+  string(REPLACE "\n" ";" lines "${names}")
+  set(problems "")
+  set(seen "")
+  foreach(line IN LISTS lines)
+    if(NOT line MATCHES "^[ \t]*\\[ *[0-9]+\\] +([^ ]+)")
+      break()
+    endif()
+    list(APPEND seen ${CMAKE_MATCH_1})
+    if(NOT CMAKE_MATCH_1 IN_LIST ALLOWED)
+      list(APPEND problems "unexpected export ${CMAKE_MATCH_1}")
+    endif()
+  endforeach()
+  if(NOT seen)
+    list(APPEND problems "no export table")
+  endif()
+  if(problems)
+    list(JOIN problems "\n  " text)
+    message(FATAL_ERROR "${MODULE}:\n  ${text}")
+  endif()
+  message(STATUS "${MODULE}: exports only ${ALLOWED}")
+  return()
+endif()
 execute_process(COMMAND ${READELF} --dyn-syms --wide ${MODULE}
   OUTPUT_VARIABLE table RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
