@@ -13,7 +13,11 @@ toolchain="$root/cmake/toolchain-mingw64.cmake"
 triple=x86_64-w64-mingw32
 jobs=${JOBS:-2}
 
-packages=(g++-mingw-w64-x86-64-posix wine64 wine dpkg-dev libgtest-dev cmake ninja-build make)
+# gcc and libc6-dev build LuaJIT's own generator, which runs on this
+# machine; googletest carries GoogleTest's sources; dpkg-dev unpacks source
+# packages.
+packages=(g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 wine
+  gcc libc6-dev dpkg-dev googletest debian-archive-keyring cmake ninja-build make)
 
 missing=()
 for p in "${packages[@]}"; do
@@ -39,12 +43,19 @@ if ! command -v wine64 >/dev/null && [ -x /usr/lib/wine/wine64 ]; then
 fi
 
 # Source packages need a deb-src entry for the archive the machine installs
-# from; it gets a sources file of its own.
+# from: its own deb entries, copied as deb-src into a sources file of ours.
 src_list=/etc/apt/sources.list.d/hostprobe-deb-src.sources
 need_source() {
-  [ -f "$src_list" ] && return
+  [ -f "$src_list" ] || [ -f "${src_list%.sources}.list" ] && return
   echo "setup_windows: enabling deb-src in $src_list" >&2
-  cat >"$src_list" <<'SRC'
+  if [ -f /etc/apt/sources.list.d/debian.sources ]; then
+    sed -e 's/^Types:.*/Types: deb-src/' /etc/apt/sources.list.d/debian.sources >"$src_list"
+  elif grep -qs '^deb ' /etc/apt/sources.list; then
+    # A one-line list: its deb lines as deb-src, in a list file of the same form.
+    src_list=/etc/apt/sources.list.d/hostprobe-deb-src.list
+    sed -n 's/^deb /deb-src /p' /etc/apt/sources.list >"$src_list"
+  else
+    cat >"$src_list" <<'SRC'
 Types: deb-src
 URIs: http://deb.debian.org/debian
 Suites: bookworm bookworm-updates
@@ -57,6 +68,7 @@ Suites: bookworm-security
 Components: main
 Signed-By: /usr/share/keyrings/debian-archive-keyring.gpg
 SRC
+  fi
   apt_updated=0
 }
 
@@ -69,7 +81,8 @@ fetch() {
     need_source
     apt_update_once
     mkdir -p "$src"
-    (cd "$src" && apt-get source -qq "$pkg" >/dev/null 2>&1)
+    (cd "$src" && apt-get source -qq "$pkg" >"$src/$pkg.log" 2>&1) ||
+      { cat "$src/$pkg.log" >&2; echo "setup_windows: apt-get source $pkg failed" >&2; exit 1; }
     dir=$(find "$src" -maxdepth 1 -type d -name "$pkg-*" | head -n1)
   fi
   echo "$dir"
@@ -80,7 +93,7 @@ mkdir -p "$prefix"
 # -- LuaJIT: its own makefile, static --------------------------------------
 if [ ! -f "$prefix/lib/libluajit-5.1.a" ]; then
   echo "setup_windows: building LuaJIT"
-  dir=$(fetch luajit)
+  dir=$(fetch luajit) || exit 1
   make -C "$dir" -s clean >/dev/null 2>&1 || true
   make -C "$dir/src" -s -j"$jobs" HOST_CC=gcc CROSS=$triple- TARGET_SYS=Windows BUILDMODE=static \
     amalg >/dev/null
@@ -92,7 +105,7 @@ fi
 # -- jsoncpp: its CMake, static ---------------------------------------------
 if [ ! -f "$prefix/lib/libjsoncpp.a" ]; then
   echo "setup_windows: building jsoncpp"
-  dir=$(fetch libjsoncpp)
+  dir=$(fetch libjsoncpp) || exit 1
   rm -rf "$deps/build/jsoncpp"
   cmake -S "$dir" -B "$deps/build/jsoncpp" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
     -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" \
@@ -106,7 +119,7 @@ fi
 # -- libcurl: its CMake, static, HTTP only, TLS through Schannel ------------
 if [ ! -f "$prefix/lib/libcurl.a" ]; then
   echo "setup_windows: building libcurl"
-  dir=$(fetch curl)
+  dir=$(fetch curl) || exit 1
   rm -rf "$deps/build/curl"
   cmake -S "$dir" -B "$deps/build/curl" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
     -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" \

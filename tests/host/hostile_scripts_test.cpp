@@ -203,6 +203,16 @@ const std::vector<hostile_case>& hostile_cases()
     return cases;
 }
 
+// The rows this build can run: without V8 (the Windows build) the Lua ones.
+std::vector<hostile_case> rows_of_this_build()
+{
+    std::vector<hostile_case> rows;
+    for (const hostile_case& c : hostile_cases())
+        if (HOSTPROBE_WITH_JS || !std::string(c.file).ends_with(".js"))
+            rows.push_back(c);
+    return rows;
+}
+
 class HostileScript : public ::testing::TestWithParam<hostile_case>
 {
 protected:
@@ -248,7 +258,7 @@ TEST_P(HostileScript, EndsWithItsStatusAndWords)
     EXPECT_FALSE(std::filesystem::exists(place));
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, HostileScript, ::testing::ValuesIn(hostile_cases()),
+INSTANTIATE_TEST_SUITE_P(Rows, HostileScript, ::testing::ValuesIn(rows_of_this_build()),
                          [](const ::testing::TestParamInfo<hostile_case>& info) {
                              return std::string(info.param.name);
                          });

@@ -1,12 +1,11 @@
 // hostprobe-locate run as a user runs it, pointed by its environment at
 // services of the test's own on 127.0.0.1.
+#include "tests/support/child_process.h"
 #include "tests/support/loopback_http_server.h"
+#include "tests/support/process_env.h"
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <string>
 
 using velk::testing::loopback_http_server;
@@ -24,21 +23,18 @@ struct run_result
 };
 
 // Runs the tool with the two URLs in its environment and the given
-// arguments; collects its standard output and exit status.
-run_result run_locate(const std::string& address_url, const std::string& location_url, const std::string& args = "")
+// argument, if any; collects its standard output and exit status.
+run_result run_locate(const std::string& address_url, const std::string& location_url, const std::string& arg = "")
 {
-    std::string command = "HOSTPROBE_ADDRESS_URL='" + address_url + "' HOSTPROBE_LOCATION_URL='" + location_url +
-                          "' '" LOCATE_TOOL "' " + args;
-    run_result r;
-    FILE* out = popen(command.c_str(), "r");
-    if (!out)
-        return r;
-    char buf[512]; // any size works: the loop reads to the end
-    while (size_t n = fread(buf, 1, sizeof buf, out))
-        r.output.append(buf, n);
-    int wait_status = pclose(out);
-    r.status = WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : -1;
-    return r;
+    velk::testing::set_env("HOSTPROBE_ADDRESS_URL", address_url.c_str());
+    velk::testing::set_env("HOSTPROBE_LOCATION_URL", location_url.c_str());
+    std::vector<std::string> argv{LOCATE_TOOL};
+    if (!arg.empty())
+        argv.push_back(arg);
+    velk::testing::child_result child = velk::testing::run_child(argv);
+    velk::testing::unset_env("HOSTPROBE_ADDRESS_URL");
+    velk::testing::unset_env("HOSTPROBE_LOCATION_URL");
+    return run_result{child.exit_status, child.out};
 }
 
 } // namespace

@@ -3,7 +3,8 @@
 //
 // It listens on a port the system picks, from construction to destruction,
 // and serves one connection at a time on a thread of its own; every reply
-// closes its connection. Only GET without a body is understood.
+// closes its connection. Only GET without a body is understood. On Windows
+// each object keeps Winsock started while it lives.
 //
 //   loopback_http_server location(R"({"country": "X"})");
 //   fetch(location.url("/json/1.2.3.4"));
@@ -38,10 +39,10 @@ public:
 
 private:
     void serve();
-    void answer(int connection);
+    void answer(intptr_t connection);
 
     std::string _body;
-    int _listener = -1;
+    intptr_t _listener = -1; // the system's socket handle
     uint16_t _port = 0;
     mutable std::mutex _lock;
     std::vector<std::string> _lines;
@@ -63,7 +64,7 @@ public:
     std::string url(const std::string& path) const;
 
 private:
-    int _socket = -1;
+    intptr_t _socket = -1;
     uint16_t _port = 0;
 };
 

@@ -5,13 +5,13 @@
 #include "comm/alloc/mspace.h"
 #include "comm/thread.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/process_env.h"
 #include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -375,7 +375,9 @@ void exhaust_limited_space()
 // In the dying child: the report lands in dir, the current directory.
 void run_out_of_memory_in(const std::string& dir)
 {
-    if (chdir(dir.c_str()) != 0)
+    std::error_code ec;
+    std::filesystem::current_path(dir, ec);
+    if (ec)
         exit(3);
     velk::testing::log_capture log(true);
     velk::thread t = velk::thread::create_new([] { exhaust_limited_space(); }, nullptr, "eater");
@@ -404,11 +406,11 @@ TEST_F(MemtrackDeathTest, ThreadOutOfMemoryLeavesMemoryLogAndALogLine)
         dir = std::make_unique<temp_dir>("oom");
         ASSERT_TRUE(dir->ok());
         path = dir->path().string();
-        setenv(env, path.c_str(), 1);
+        velk::testing::set_env(env, path.c_str());
     }
-    EXPECT_EXIT(run_out_of_memory_in(path), ::testing::KilledBySignal(SIGABRT),
+    EXPECT_EXIT(run_out_of_memory_in(path), velk::testing::ended_by_abort(),
                 "out of memory in thread eater: std::bad_alloc\r");
-    unsetenv(env);
+    velk::testing::unset_env(env);
     std::string report = read_file(path + "/memory.log");
     EXPECT_EQ(count_of(report, heading), 2) << report;
     EXPECT_NE(report.find(" (total)\n"), std::string::npos) << report;

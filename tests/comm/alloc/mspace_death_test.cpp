@@ -3,16 +3,17 @@
 #include "comm/alloc/mspace.h"
 
 #include "comm/alloc/mspace_chunk.h" // the magic, to forge a footer
+#include "tests/support/process_env.h"
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <cstdint>
 
 namespace {
 
-// The trap raises SIGILL; the pattern matches only an empty standard error.
-#define EXPECT_TRAP(statement) EXPECT_EXIT(statement, ::testing::KilledBySignal(SIGILL), "^$")
+// The trap ends the process at once (SIGILL, or the illegal instruction's
+// exception on Windows); the pattern matches only an empty standard error.
+#define EXPECT_TRAP(statement) EXPECT_EXIT(statement, velk::testing::ended_by_trap(), "^$")
 
 using velk::mspace;
 

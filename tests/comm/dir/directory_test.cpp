@@ -44,9 +44,8 @@ class Directory : public ::testing::Test
 protected:
     void SetUp() override
     {
-        std::string templ = (fs::temp_directory_path() / "velk_dir_test_XXXXXX").string();
-        ASSERT_NE(mkdtemp(templ.data()), nullptr);
-        root = templ;
+        ASSERT_TRUE(made.ok());
+        root = made.path().string();
         for (const char* name : {"a.txt", "b.TXT", "c.log", "noext"})
             std::ofstream(fs::path(root) / name) << name;
         fs::create_directory(fs::path(root) / "sub.txt");
@@ -89,6 +88,7 @@ protected:
         return found;
     }
 
+    temp_dir made{"velk_dir_test"};
     std::string root;
 };
 

@@ -6,9 +6,13 @@
 #include "tests/support/cwd_guard.h"
 #include "tests/support/temp_dir.h"
 
-#include <dlfcn.h>
+#include "tests/support/module_loader.h"
+#include "tests/support/process_env.h"
+
+#if !defined(_WIN32)
 #include <pwd.h>
 #include <unistd.h>
+#endif
 
 #include <gtest/gtest.h>
 
@@ -27,6 +31,16 @@ std::string str(const charstr& s) { return std::string(s.c_str(), s.lens()); }
 
 using velk::testing::CwdGuard;
 
+using velk::testing::set_env;
+using velk::testing::unset_env;
+
+// A library of the system with cos in it, loaded by every program of its kind.
+#if defined(_WIN32)
+const char* const libm_name = "msvcrt.dll";
+#else
+const char* const libm_name = "libm.so.6";
+#endif
+
 // Sets or removes an environment variable for the length of a test.
 class EnvGuard
 {
@@ -39,9 +53,9 @@ public:
     ~EnvGuard()
     {
         if (saved)
-            setenv(name, saved->c_str(), 1);
+            set_env(name, saved->c_str());
         else
-            unsetenv(name);
+            unset_env(name);
     }
 
 private:
@@ -59,7 +73,11 @@ protected:
 };
 
 // The name the test program is built under.
+#if defined(_WIN32)
+const char* const program_name = "system_paths_test.exe";
+#else
 const char* const program_name = "system_paths_test";
+#endif
 
 } // namespace
 
@@ -95,6 +113,32 @@ TEST_F(SystemPaths, GetProgramPathIsAnExistingFile)
 
 // -- The temporary and the profile directory ----------------------------------------
 
+#if defined(_WIN32)
+// GetTempPathA reads TMP first, then TEMP, and ends the directory with "\".
+TEST_F(SystemPaths, GetTmpDirTakesTmp)
+{
+    EnvGuard env("TMP");
+    set_env("TMP", "C:\\some\\where");
+    EXPECT_EQ(str(system_paths::get_tmp_dir()), "C:\\some\\where\\");
+}
+
+TEST_F(SystemPaths, GetTmpDirWithoutTmpTakesTemp)
+{
+    EnvGuard tmp_env("TMP");
+    EnvGuard temp_env("TEMP");
+    unset_env("TMP");
+    set_env("TEMP", "C:\\other");
+    EXPECT_EQ(str(system_paths::get_tmp_dir()), "C:\\other\\");
+}
+
+// The profile comes from the process's token, whatever HOME says.
+TEST_F(SystemPaths, HomeDirIsTheUserProfileWithASeparator)
+{
+    const char* profile = getenv("USERPROFILE");
+    ASSERT_NE(profile, nullptr);
+    EXPECT_EQ(str(system_paths::home_dir()), std::string(profile) + system_paths::separator);
+}
+#else
 TEST_F(SystemPaths, GetTmpDirTakesTmpdir)
 {
     EnvGuard env("TMPDIR");
@@ -131,6 +175,7 @@ TEST_F(SystemPaths, HomeDirWithoutHomeAsksThePasswordDatabase)
     ASSERT_NE(pw, nullptr);
     EXPECT_EQ(str(system_paths::home_dir()), std::string(pw->pw_dir) + system_paths::separator);
 }
+#endif
 
 // -- Modules ----------------------------------------------------------------------
 
@@ -179,25 +224,25 @@ TEST_F(SystemPaths, ModuleOfAddressInThisProgramNamesTheProgram)
 
 TEST_F(SystemPaths, ModuleOfAddressInALibraryNamesTheLibrary)
 {
-    void* lib = dlopen("libm.so.6", RTLD_NOW | RTLD_LOCAL);
+    void* lib = velk::testing::load_module(libm_name);
     ASSERT_NE(lib, nullptr);
     charstr path;
-    uint64_t handle = system_paths::module_of_address(dlsym(lib, "cos"), path);
+    uint64_t handle = system_paths::module_of_address(velk::testing::module_symbol(lib, "cos"), path);
     EXPECT_NE(handle, system_paths::module_of_address(reinterpret_cast<const void*>(&system_paths::get_cwd)));
-    EXPECT_NE(str(path).find("libm"), std::string::npos);
-    dlclose(lib);
+    EXPECT_NE(str(path).find(libm_name), std::string::npos);
+    velk::testing::unload_module(lib);
 }
 
 TEST_F(SystemPaths, ModuleOfAddressGivesAHandleThatGetModulePathNamesAlike)
 {
-    void* lib = dlopen("libm.so.6", RTLD_NOW | RTLD_LOCAL);
+    void* lib = velk::testing::load_module(libm_name);
     ASSERT_NE(lib, nullptr);
     charstr by_address;
     charstr by_handle;
-    uint64_t handle = system_paths::module_of_address(dlsym(lib, "cos"), by_address);
+    uint64_t handle = system_paths::module_of_address(velk::testing::module_symbol(lib, "cos"), by_address);
     ASSERT_TRUE(system_paths::get_module_path(handle, by_handle, false));
     EXPECT_EQ(str(by_handle), str(by_address));
-    dlclose(lib);
+    velk::testing::unload_module(lib);
 }
 
 TEST_F(SystemPaths, ModuleOfAddressIsZeroForNull)

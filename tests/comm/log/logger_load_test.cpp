@@ -8,6 +8,7 @@
 // LOGGER_LOAD_MESSAGES sets the lines per producer (default 200,000).
 #include "comm/log/logger.h"
 
+#include "tests/support/process_env.h"
 #include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -157,11 +158,11 @@ TEST_F(LoggerLoadDeathTest, DestroyerWritesWhatACancelledWriterLeftQueued)
         dir = std::make_unique<temp_dir>("logger_cancel");
         ASSERT_TRUE(dir->ok());
         folder = dir->path().string();
-        setenv(env, folder.c_str(), 1);
+        velk::testing::set_env(env, folder.c_str());
     }
     std::string path = folder + "/cancel.log";
     uint64_t n = messages_per_producer();
     EXPECT_EXIT(run_with_cancelled_writer(path, n), ::testing::ExitedWithCode(0), "");
-    unsetenv(env);
+    velk::testing::unset_env(env);
     EXPECT_EQ(check_file(path, n), "");
 }

@@ -6,12 +6,9 @@
 
 #include "comm/os/net.h"
 #include "tests/comm/net/fake_name_service.h"
-
-#include <unistd.h>
+#include "tests/comm/net/system_sockets.h"
 
 #include <gtest/gtest.h>
-
-#include <netdb.h>
 
 #include <cstring>
 #include <string>
@@ -448,6 +445,7 @@ TEST(NetAddressSystem, UppercaseLocalhostResolvesToLoopback)
 {
     // The name goes to the system's resolver, which knows it from its hosts
     // file; a bare system may have none.
+    ASSERT_TRUE(velk::testing::start_system_sockets());
     addrinfo hints{};
     hints.ai_family = AF_INET;
     addrinfo* found = nullptr;
@@ -475,6 +473,7 @@ TEST(NetAddressSystem, UnresolvableHostGivesAny)
 
 TEST(NetAddressSystem, LocalHostNameIsTheSystemHostName)
 {
+    ASSERT_TRUE(velk::testing::start_system_sockets());
     char expected[256] = {};
     ASSERT_EQ(gethostname(expected, sizeof expected - 1), 0);
     std::string name = expected;
