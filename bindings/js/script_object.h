@@ -14,6 +14,9 @@
 // All of it runs on the isolate's thread. The template is built once per
 // module, for the isolate of the first object, and serves every context of
 // that isolate; objects for another isolate are refused with a script Error.
+// The isolate is told by its address: a host that disposes the first isolate
+// and gets a new one at the same address must not ask for objects in it (the
+// template's handle would be read from the new isolate, and V8 crashes).
 #pragma once
 
 #include "bindings/js/interface_object.h"
