@@ -6,6 +6,7 @@
 #include "plugin/mersenne_twister.h"
 #include "plugin/os/adapters.h"
 #include "tests/support/child_process.h"
+#include "tests/support/lua_bytecode.h"
 
 #include <lua.hpp>
 #include <unistd.h>
@@ -71,23 +72,6 @@ protected:
 
     std::string dir;
 };
-
-// The bytecode of a Lua chunk, as string.dump gives it in a state of its own.
-std::string lua_bytecode(const char* source)
-{
-    lua_State* L = luaL_newstate();
-    luaL_openlibs(L);
-    lua_getglobal(L, "string");
-    lua_getfield(L, -1, "dump");
-    std::string code;
-    if (luaL_loadstring(L, source) == 0 && lua_pcall(L, 1, 1, 0) == 0) {
-        size_t n = 0;
-        const char* s = lua_tolstring(L, -1, &n);
-        code.assign(s, n);
-    }
-    lua_close(L);
-    return code;
-}
 
 // A build without V8 answers every JavaScript script with one line; the
 // cases that run one hold only where there is V8.
@@ -443,7 +427,7 @@ TEST_F(HostRun, LuaSyntaxErrorExitsWithLuasMessageFileAndLine)
 
 TEST_F(HostRun, LuaBytecodeFileIsRefusedAsAScriptError)
 {
-    std::string code = lua_bytecode("log('ran')");
+    std::string code = velk::testing::lua_bytecode("log('ran')");
     ASSERT_FALSE(code.empty());
     script("dump.lua", code);
     child_result r = hostprobe_in_dir({"run", "dump.lua"});

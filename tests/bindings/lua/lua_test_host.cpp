@@ -45,21 +45,6 @@ std::string write_root_file(const std::string& relative, const std::string& cont
     return path;
 }
 
-std::string lua_bytecode(const char* source)
-{
-    lua_State* L = velk::lua::new_state();
-    lua_getglobal(L, "string");
-    lua_getfield(L, -1, "dump");
-    std::string code;
-    if (luaL_loadstring(L, source) == 0 && lua_pcall(L, 1, 1, 0) == 0) {
-        size_t n = 0;
-        const char* s = lua_tolstring(L, -1, &n);
-        code.assign(s, n);
-    }
-    lua_close(L);
-    return code;
-}
-
 creator_fn creator(const token& key) { return velk::get_creator(key); }
 
 // -- The fixture ----------------------------------------------------------------

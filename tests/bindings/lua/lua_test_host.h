@@ -8,6 +8,8 @@
 // through the plug-in's own creators from the registry.
 #pragma once
 
+#include "tests/support/lua_bytecode.h"
+
 #include "bindings/lua/lua_context.h"
 #include "bindings/lua/registry_handle.h"
 #include "bindings/lua/script_source.h"
@@ -48,9 +50,6 @@ struct lua_result
 
 // Writes a file below the root (creating its folders); gives its full path.
 std::string write_root_file(const std::string& relative, const std::string& content);
-
-// The bytecode of a Lua chunk, as string.dump gives it in a state of its own.
-std::string lua_bytecode(const char* source);
 
 // The plug-in's creators, from the registry.
 creator_fn creator(const token& key);
