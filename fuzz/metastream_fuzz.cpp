@@ -20,6 +20,7 @@
 using velk::metastream;
 using velk::token;
 using velk::testing::text_format;
+using velk::testing::write_text;
 
 namespace {
 
@@ -42,16 +43,6 @@ bool read_text(const std::string& text, T& out)
     } catch (const velk::exception&) {
         return false;
     }
-}
-
-template <class T>
-std::string write_text(const T& v)
-{
-    text_format f;
-    metastream m;
-    m.fmt_write = &f;
-    m.write_run(v);
-    return f.output();
 }
 
 // What was read comes back equal through the writer and the reader.

@@ -15,16 +15,6 @@ using namespace velk::testing;
 namespace {
 
 template <class T>
-std::string write_text(const T& v)
-{
-    text_format f;
-    metastream m;
-    m.fmt_write = &f;
-    m.write_run(v);
-    return f.output();
-}
-
-template <class T>
 T read_text(const std::string& text)
 {
     text_format f;

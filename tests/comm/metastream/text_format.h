@@ -509,4 +509,15 @@ private:
     uint64_t raw_index = 0;
 };
 
+// The text form of v, written by a metastream through the test format.
+template <class T>
+std::string write_text(const T& v)
+{
+    text_format f;
+    metastream m;
+    m.fmt_write = &f;
+    m.write_run(v);
+    return f.output();
+}
+
 } // namespace velk::testing
