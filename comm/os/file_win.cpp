@@ -77,36 +77,37 @@ int32_t file_open(const char* name, uint32_t flags)
     return fd;
 }
 
-int64_t file_read(int32_t handle, void* p, uint32_t len)
+namespace {
+
+// Moves len bytes in chunks that the C runtime's int counts can hold; a short
+// chunk (end of file, full device) ends the loop. What moved before a failure
+// counts as done.
+template <class Byte, class Io>
+int64_t chunked_io(int32_t handle, Byte* at, uint32_t len, Io io)
 {
-    auto* at = static_cast<char*>(p);
     uint64_t done = 0;
     while (done < len) {
         uint32_t ask = len - done < max_io_chunk ? uint32_t(len - done) : max_io_chunk;
-        int n = _read(handle, at + done, ask);
+        int n = io(handle, at + done, ask);
         if (n < 0)
             return done ? int64_t(done) : -1;
         done += uint64_t(n);
-        if (uint32_t(n) < ask) // the end of the file
+        if (uint32_t(n) < ask)
             break;
     }
     return int64_t(done);
 }
 
+} // namespace
+
+int64_t file_read(int32_t handle, void* p, uint32_t len)
+{
+    return chunked_io(handle, static_cast<char*>(p), len, &_read);
+}
+
 int64_t file_write(int32_t handle, const void* p, uint32_t len)
 {
-    auto* at = static_cast<const char*>(p);
-    uint64_t done = 0;
-    while (done < len) {
-        uint32_t ask = len - done < max_io_chunk ? uint32_t(len - done) : max_io_chunk;
-        int n = _write(handle, at + done, ask);
-        if (n < 0)
-            return done ? int64_t(done) : -1;
-        done += uint64_t(n);
-        if (uint32_t(n) < ask) // a full device
-            break;
-    }
-    return int64_t(done);
+    return chunked_io(handle, static_cast<const char*>(p), len, &_write);
 }
 
 int64_t file_seek(int32_t handle, int64_t pos)
