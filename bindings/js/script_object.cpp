@@ -1,8 +1,25 @@
-// script_object: the failures that every method callback may throw, and
-// the check of the raw field read.
+// script_object: the failures that every method callback may throw, the
+// identity of an isolate, and the check of the raw field read.
 #include "bindings/js/script_object.h"
 
+#include <random>
+
 namespace velk::js {
+
+uint64_t isolate_identity(v8::Isolate* isolate)
+{
+    const uint32_t slot = v8::Isolate::GetNumberOfDataSlots() - 1;
+    if (void* mark = isolate->GetData(slot))
+        return reinterpret_cast<uintptr_t>(mark);
+    // Random rather than counted: each module would count from its own
+    // start, and two of them would mark two isolates alike.
+    std::random_device source;
+    uint64_t mark = 0;
+    while (mark == 0)
+        mark = (uint64_t(source()) << 32) ^ source();
+    isolate->SetData(slot, reinterpret_cast<void*>(uintptr_t(mark)));
+    return mark;
+}
 
 void throw_argument_count(v8::Isolate* isolate, const char* full_name)
 {

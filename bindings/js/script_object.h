@@ -14,9 +14,9 @@
 // All of it runs on the isolate's thread. The template is built once per
 // module, for the isolate of the first object, and serves every context of
 // that isolate; objects for another isolate are refused with a script Error.
-// The isolate is told by its address: a host that disposes the first isolate
-// and gets a new one at the same address must not ask for objects in it (the
-// template's handle would be read from the new isolate, and V8 crashes).
+// The isolate is told by a mark in its last data slot (isolate_identity), not
+// by its address: a new isolate may come at the address of a disposed one.
+// A host must leave that slot to the binding.
 #pragma once
 
 #include "bindings/js/interface_object.h"
@@ -54,6 +54,11 @@ void throw_argument_count(v8::Isolate* isolate, const char* full_name);
 // Throws the ReferenceError of an object whose field 0 holds null.
 void throw_null_interface(v8::Isolate* isolate, const char* full_name);
 
+// What tells isolate from every other isolate of the process, the disposed
+// ones too: a random mark kept in its last data slot, made on the first ask.
+// Every module with the binding reads the same mark. Never 0.
+uint64_t isolate_identity(v8::Isolate* isolate);
+
 template <class D>
 class script_object
 {
@@ -64,7 +69,7 @@ public:
     {
         // Function-local: built once, safely against racing first calls.
         static const template_slot slot(isolate, context);
-        if (slot.isolate != isolate) {
+        if (slot.identity != isolate_identity(isolate)) {
             charstr text;
             text << D::name() << " objects belong to another isolate";
             throw_script_error(isolate, &v8::Exception::Error, text);
@@ -169,14 +174,14 @@ private:
 
     struct template_slot
     {
-        template_slot(v8::Isolate* i, v8::Local<v8::Context> context) : isolate(i)
+        template_slot(v8::Isolate* i, v8::Local<v8::Context> context) : identity(isolate_identity(i))
         {
             raw_fields = raw_interface_field_checked(i, context);
             uint32_t count = 0;
             const function_entry* f = D::functions(count);
             handle.Set(i, build_object_template(i, D::name(), f, count));
         }
-        v8::Isolate* isolate;
+        uint64_t identity;
         // Eternal: kept for the rest of the isolate's life, with no
         // disposal for the module's static destruction to get wrong.
         v8::Eternal<v8::ObjectTemplate> handle;
