@@ -236,7 +236,8 @@ bool user_profile_dir(charstr& out)
         out.reset();
         return false;
     }
-    out = token(buf);
+    // A filled buffer, not a literal: measured up to its zero.
+    out = token(static_cast<const char*>(buf));
     return !out.is_empty();
 }
 
