@@ -69,6 +69,16 @@ inline std::string read_file(const std::string& path)
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+// Makes a symbolic link with make (a std::filesystem function), or skips
+// the test where the system makes none (wine has no symbolic links).
+#define MAKE_LINK_OR_SKIP(make, target, link)                                                   \
+    do {                                                                                        \
+        std::error_code link_ec;                                                                \
+        std::filesystem::make(target, link, link_ec);                                           \
+        if (link_ec)                                                                            \
+            GTEST_SKIP() << "this system makes no symbolic links: " << link_ec.message();      \
+    } while (0)
+
 // Writes data as the whole content of a file.
 inline void write_file(const std::string& path, const std::string& data)
 {

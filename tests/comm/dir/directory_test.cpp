@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -59,7 +60,13 @@ protected:
         fs::remove_all(root, ignored);
     }
 
-    std::string at(const std::string& name) const { return root + "/" + name; }
+    // root/name, with the system's separator wherever name has "/": the
+    // iterator's own operations take only that one for a file name's start.
+    std::string at(std::string name) const
+    {
+        std::replace(name.begin(), name.end(), '/', directory::separator);
+        return root + directory::separator + name;
+    }
 
     // Makes a file with content text, and the directories on its way.
     std::string file(const std::string& rel, const std::string& text = "x")
@@ -188,7 +195,7 @@ TEST_F(Directory, OpenDropsATrailingSeparatorOfThePath)
 {
     directory dir;
     ASSERT_EQ(dir.open(tok(root + "/"), ""), opcd());
-    EXPECT_EQ(str(dir.search_pattern()), root + "/*.*");
+    EXPECT_EQ(str(dir.search_pattern()), root + directory::separator + "*.*");
 }
 
 TEST_F(Directory, OpenHandsBackslashesToTheSystemAsSeparators)
@@ -199,6 +206,9 @@ TEST_F(Directory, OpenHandsBackslashesToTheSystemAsSeparators)
 
 TEST_F(Directory, OpenSearchesTheRootSlash)
 {
+#if defined(_WIN32)
+    GTEST_SKIP() << "a leading \"/\" is the root only where \"/\" is the separator";
+#endif
     directory dir;
     ASSERT_EQ(dir.open("/", ""), opcd());
     EXPECT_NE(dir.next(), nullptr);
@@ -239,16 +249,25 @@ TEST_F(Directory, SubdirectoryIsASubdirectoryEntry)
 
 TEST_F(Directory, DotsAreDirectoriesButNoSubdirectories)
 {
+    // Found in a search of everything: wine's search for the name "." alone
+    // finds nothing.
     directory dir;
-    ASSERT_EQ(dir.open(tok(root), "."), opcd());
-    ASSERT_NE(dir.next(), nullptr);
-    ASSERT_TRUE(dir.is_entry_directory());
-    EXPECT_FALSE(dir.is_entry_subdirectory());
+    ASSERT_EQ(dir.open(tok(root), ""), opcd());
+    const std::string dot = root + directory::separator + ".";
+    bool seen = false;
+    while (dir.next() && !seen) {
+        if (str(dir.current_path()) != dot)
+            continue;
+        seen = true;
+        EXPECT_TRUE(dir.is_entry_directory());
+        EXPECT_FALSE(dir.is_entry_subdirectory());
+    }
+    EXPECT_TRUE(seen) << "the search reported no \".\"";
 }
 
 TEST_F(Directory, NextSkipsEntriesThatCannotBeStated)
 {
-    fs::create_symlink(at("nowhere"), at("dangling.txt"));
+    MAKE_LINK_OR_SKIP(create_symlink, at("nowhere"), at("dangling.txt"));
     std::set<std::string> expected{"a.txt", "b.TXT", "sub.txt"};
     EXPECT_EQ(names(root, "*.txt"), expected);
 }

@@ -99,16 +99,6 @@ const char* const null_device = "/dev/null";
 #define SKIP_ON_WINDOWS(reason) ((void)0)
 #endif
 
-// Makes a symbolic link, or skips the test where the system makes none
-// (wine has no symbolic links).
-#define MAKE_LINK_OR_SKIP(make, target, link)                                     \
-    do {                                                                          \
-        std::error_code link_ec;                                                  \
-        fs::make(target, link, link_ec);                                          \
-        if (link_ec)                                                              \
-            GTEST_SKIP() << "this system makes no symbolic links: " << link_ec.message(); \
-    } while (0)
-
 // The relative paths of everything below root, with "/" between their
 // segments on every system, directories with a trailing "/".
 std::set<std::string> tree_of(const std::string& root)
