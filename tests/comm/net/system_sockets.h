@@ -32,6 +32,7 @@ constexpr int aborted = WSAECONNABORTED; // sending after the peer went
 constexpr int reset = WSAECONNRESET;
 constexpr int access = WSAEACCES;
 constexpr int invalid = WSAEINVAL;
+constexpr int not_a_socket = WSAENOTSOCK;
 } // namespace sock_error
 
 // Winsock answers nothing before WSAStartup.
@@ -96,6 +97,7 @@ constexpr int aborted = EPIPE; // sending after the peer went
 constexpr int reset = ECONNRESET;
 constexpr int access = EACCES;
 constexpr int invalid = EINVAL;
+constexpr int not_a_socket = EBADF;
 } // namespace sock_error
 
 inline bool start_system_sockets() { return true; }
