@@ -8,6 +8,8 @@
 #include "comm/alloc/commalloc.h"
 #include "comm/singleton.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <new>
 
 namespace velk {
@@ -23,6 +25,13 @@ void free_autoregger(ifc_autoregger* a)
 }
 
 } // namespace
+
+void ifc_autoregger::end_process(const std::exception& e)
+{
+    fprintf(stderr, "terminate called after throwing an exception\n  what():  %s\n", e.what());
+    fflush(stderr);
+    abort();
+}
 
 ifc_autoregger* ifc_autoregger::start(registration_fn fn)
 {

@@ -18,6 +18,7 @@
 #include "interface/registrar.h"
 #include "interface/stubsmith_interface.h"
 
+#include <exception>
 
 namespace velk {
 
@@ -38,6 +39,11 @@ public:
     static void stop(ifc_autoregger*& instance);
 
     registration_fn registration() const { return _register; }
+
+    // Ends the process as an exception that left a static initialiser would:
+    // e's text on standard error, then abort. For Windows, where static
+    // initialisers run inside the loader, which no exception may leave.
+    [[noreturn]] static void end_process(const std::exception& e);
 
 private:
     explicit ifc_autoregger(registration_fn fn) : _register(fn) {}
@@ -65,7 +71,18 @@ template <ifc_autoregger::registration_fn FN>
 class autoregger_site
 {
 public:
-    autoregger_site() { _instance = ifc_autoregger::start(FN); }
+    autoregger_site()
+    {
+#if defined(_WIN32)
+        try {
+            _instance = ifc_autoregger::start(FN);
+        } catch (const std::exception& e) {
+            ifc_autoregger::end_process(e);
+        }
+#else
+        _instance = ifc_autoregger::start(FN);
+#endif
+    }
     // Static destruction of a module runs per module, also when it is
     // unloaded early; functions enrolled with atexit may instead be run at
     // the end of the process, when a sanitizer's runtime stands in for it.
