@@ -14,6 +14,15 @@ using velk::token;
 
 namespace {
 
+// An absolute root of the system: where "/" is the separator a leading "/"
+// is one, on Windows a drive is. The current paths outside it are so too.
+#if defined(_WIN32)
+#define DRIVE "C:"
+#else
+#define DRIVE ""
+#endif
+#define ROOT DRIVE "/srv/root"
+
 std::string str(const token& t) { return std::string(t.ptr() ? t.ptr() : "", t.lens()); }
 
 std::string last_checked;
@@ -38,7 +47,7 @@ class ResolveIncludePath : public ::testing::Test
 protected:
     void SetUp() override
     {
-        r.setup("/srv/root", nullptr, nullptr, nullptr);
+        r.setup(ROOT, nullptr, nullptr, nullptr);
         checks = 0;
         last_checked.clear();
     }
@@ -60,42 +69,42 @@ protected:
 
 TEST_F(ResolveIncludePath, IncludeStartingWithSlashIgnoresTheCurrentPath)
 {
-    EXPECT_EQ(resolve("lib/", "/a.js"), "/srv/root/a.js");
+    EXPECT_EQ(resolve("lib/", "/a.js"), ROOT "/a.js");
 }
 
 TEST_F(ResolveIncludePath, IncludeStartingWithBackslashIsTakenFromTheRoot)
 {
-    EXPECT_EQ(resolve("lib/", "\\a.js"), "/srv/root/a.js");
+    EXPECT_EQ(resolve("lib/", "\\a.js"), ROOT "/a.js");
 }
 
 TEST_F(ResolveIncludePath, RelativeIncludeIsTakenFromTheCurrentDirectory)
 {
-    EXPECT_EQ(resolve("lib/", "b.js"), "/srv/root/lib/b.js");
+    EXPECT_EQ(resolve("lib/", "b.js"), ROOT "/lib/b.js");
 }
 
 TEST_F(ResolveIncludePath, CurrentPathLosesItsFileScheme)
 {
-    EXPECT_EQ(resolve("file:///lib/", "b.js"), "/srv/root/lib/b.js");
+    EXPECT_EQ(resolve("file:///lib/", "b.js"), ROOT "/lib/b.js");
 }
 
 TEST_F(ResolveIncludePath, FileSchemeIsDroppedWhateverItsCase)
 {
-    EXPECT_EQ(resolve("FILE:///lib/", "b.js"), "/srv/root/lib/b.js");
+    EXPECT_EQ(resolve("FILE:///lib/", "b.js"), ROOT "/lib/b.js");
 }
 
 TEST_F(ResolveIncludePath, AbsoluteCurrentPathIsTakenAsItStands)
 {
-    EXPECT_EQ(resolve("/srv/root/lib/", "b.js"), "/srv/root/lib/b.js");
+    EXPECT_EQ(resolve(ROOT "/lib/", "b.js"), ROOT "/lib/b.js");
 }
 
 TEST_F(ResolveIncludePath, ClimbThatStaysBelowTheRootIsAllowed)
 {
-    EXPECT_EQ(resolve("lib/sub/", "../b.js"), "/srv/root/lib/b.js");
+    EXPECT_EQ(resolve("lib/sub/", "../b.js"), ROOT "/lib/b.js");
 }
 
 TEST_F(ResolveIncludePath, ResultIsCompacted)
 {
-    EXPECT_EQ(resolve("lib//./", "a/./b//c\\d.js"), "/srv/root/lib/a/b/c/d.js");
+    EXPECT_EQ(resolve("lib//./", "a/./b//c\\d.js"), ROOT "/lib/a/b/c/d.js");
 }
 
 TEST_F(ResolveIncludePath, RelativePartIsWhatFollowsTheRoot)
@@ -147,7 +156,7 @@ TEST_F(ResolveIncludePath, HostIsAskedAboutThePartBehindTheRoot)
 TEST_F(ResolveIncludePath, HostIsNotAskedAboutARelativeInclude)
 {
     r.setup("", nullptr, &refuse_all, nullptr);
-    EXPECT_EQ(resolve("lib/", "b.js"), "/srv/root/lib/b.js");
+    EXPECT_EQ(resolve("lib/", "b.js"), ROOT "/lib/b.js");
     EXPECT_EQ(checks, 0);
 }
 
@@ -161,7 +170,7 @@ TEST_F(ResolveIncludePath, HostIsNotAskedAboutARelativeIncludeWithItsRelativePar
 
 TEST_F(ResolveIncludePath, WithoutHostCheckARootPathIsAccepted)
 {
-    EXPECT_EQ(resolve("lib/", "/a.js"), "/srv/root/a.js");
+    EXPECT_EQ(resolve("lib/", "/a.js"), ROOT "/a.js");
 }
 
 // -- Paths that try to leave the root ---------------------------------------------------------
@@ -238,11 +247,11 @@ const hostile_path hostile_paths[] = {
     {"file:///lib/../../", "x.js"},
     {"\\..\\", "x.js"},
     // Current paths outside the root.
-    {"/etc/", "passwd"},
-    {"/srv/", "x.js"},
-    {"/srv/rootx/", "a.js"},
-    {"/srv/root/../", "x.js"},
-    {"/srv/root/lib/", "../../x.js"},
+    {DRIVE "/etc/", "passwd"},
+    {DRIVE "/srv/", "x.js"},
+    {DRIVE "/srv/rootx/", "a.js"},
+    {ROOT "/../", "x.js"},
+    {ROOT "/lib/", "../../x.js"},
     // Other roots: drives, and a drive-relative path.
     {"lib/", "C:\\Windows\\system.ini"},
     {"lib/", "c:/x.js"},
@@ -262,7 +271,7 @@ class HostileIncludePath : public ::testing::TestWithParam<hostile_path>
 TEST_P(HostileIncludePath, IsRefused)
 {
     interface_register_impl r;
-    r.setup("/srv/root", nullptr, &accept_all, nullptr);
+    r.setup(ROOT, nullptr, &accept_all, nullptr);
     const hostile_path& p = GetParam();
     charstr out;
     token relative;
