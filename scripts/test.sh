@@ -4,8 +4,10 @@
 # can rot, run the whole suite through CTest, check the installed SDK and the
 # Debian package (scripts/check_sdk.sh), then build the
 # suite again with AddressSanitizer and UndefinedBehaviorSanitizer and run it
-# there too, and last the threaded suites with ThreadSanitizer
-# (scripts/test_tsan.sh). Any failure or sanitizer report fails the job.
+# there too, then the threaded suites with ThreadSanitizer
+# (scripts/test_tsan.sh), and last the Windows build of the tree, cross-built
+# with MinGW-w64, with its suites under wine (scripts/test_windows.sh).
+# Any failure or sanitizer report fails the job.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)
@@ -38,3 +40,6 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:ha
 
 echo "== threaded suites with ThreadSanitizer"
 "$root/scripts/test_tsan.sh"
+
+echo "== Windows build and its suites under wine"
+"$root/scripts/test_windows.sh"
