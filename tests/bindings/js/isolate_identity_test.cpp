@@ -73,9 +73,9 @@ TEST(IsolateIdentity, ANewIsolateAtADisposedOnesAddressIsRefused)
         first_address = first.isolate;
         ASSERT_EQ(create_in(first.isolate), ""); // the template now serves this isolate
     }
-    // V8 takes the new isolate's memory where it gave the old one back;
-    // a few tries are enough to land on the same address, where the
-    // template's handle would have been read from the wrong isolate.
+    // The allocator gives the new isolate the memory of the old one; a few
+    // tries are enough to land on the same address, where the template's
+    // handle would have been read from the wrong isolate.
     bool reused = false;
     for (int i = 0; i < 8 && !reused; ++i) {
         own_isolate next;
@@ -83,8 +83,10 @@ TEST(IsolateIdentity, ANewIsolateAtADisposedOnesAddressIsRefused)
         std::string failure = create_in(next.isolate);
         EXPECT_NE(failure.find("objects belong to another isolate"), std::string::npos) << failure;
     }
-    EXPECT_TRUE(reused) << "no new isolate came at the disposed one's address: the case was not tried";
     // The isolate that lived all along is another one as well.
     std::string failure = create_in(js_environment::isolate());
     EXPECT_NE(failure.find("objects belong to another isolate"), std::string::npos) << failure;
+    if (!reused)
+        GTEST_SKIP() << "no new isolate came at the disposed one's address (AddressSanitizer keeps "
+                        "freed memory aside): only isolates at other addresses were tried";
 }
