@@ -88,15 +88,24 @@ fetch() {
   echo "$dir"
 }
 
-mkdir -p "$prefix"
+mkdir -p "$prefix" "$deps/build"
+
+# quietly NAME COMMAND...: runs COMMAND with all its output in
+# $deps/build/NAME.log (the libraries' own builds warn a lot); on a failure
+# the end of that log is shown and the set-up ends.
+quietly() {
+  local log="$deps/build/$1.log"
+  shift
+  "$@" >>"$log" 2>&1 || { tail -40 "$log" >&2; echo "setup_windows: failed: $*" >&2; exit 1; }
+}
 
 # -- LuaJIT: its own makefile, static --------------------------------------
 if [ ! -f "$prefix/lib/libluajit-5.1.a" ]; then
   echo "setup_windows: building LuaJIT"
   dir=$(fetch luajit) || exit 1
   make -C "$dir" -s clean >/dev/null 2>&1 || true
-  make -C "$dir/src" -s -j"$jobs" HOST_CC=gcc CROSS=$triple- TARGET_SYS=Windows BUILDMODE=static \
-    amalg >/dev/null
+  quietly luajit make -C "$dir/src" -s -j"$jobs" HOST_CC=gcc CROSS=$triple- TARGET_SYS=Windows \
+    BUILDMODE=static amalg
   mkdir -p "$prefix/include/luajit-2.1" "$prefix/lib"
   cp "$dir"/src/{lua.h,lualib.h,lauxlib.h,luaconf.h,lua.hpp,luajit.h} "$prefix/include/luajit-2.1/"
   cp "$dir/src/libluajit.a" "$prefix/lib/libluajit-5.1.a"
@@ -107,13 +116,13 @@ if [ ! -f "$prefix/lib/libjsoncpp.a" ]; then
   echo "setup_windows: building jsoncpp"
   dir=$(fetch libjsoncpp) || exit 1
   rm -rf "$deps/build/jsoncpp"
-  cmake -S "$dir" -B "$deps/build/jsoncpp" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
+  quietly jsoncpp cmake -S "$dir" -B "$deps/build/jsoncpp" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
     -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" \
     -DBUILD_SHARED_LIBS=OFF -DBUILD_STATIC_LIBS=ON -DBUILD_OBJECT_LIBS=OFF \
     -DJSONCPP_WITH_TESTS=OFF -DJSONCPP_WITH_POST_BUILD_UNITTEST=OFF \
-    -DJSONCPP_WITH_PKGCONFIG_SUPPORT=OFF -DJSONCPP_WITH_CMAKE_PACKAGE=ON >/dev/null
-  cmake --build "$deps/build/jsoncpp" -j"$jobs" >/dev/null
-  cmake --install "$deps/build/jsoncpp" >/dev/null
+    -DJSONCPP_WITH_PKGCONFIG_SUPPORT=OFF -DJSONCPP_WITH_CMAKE_PACKAGE=ON
+  quietly jsoncpp cmake --build "$deps/build/jsoncpp" -j"$jobs"
+  quietly jsoncpp cmake --install "$deps/build/jsoncpp"
 fi
 
 # -- libcurl: its CMake, static, HTTP only, TLS through Schannel ------------
@@ -121,26 +130,26 @@ if [ ! -f "$prefix/lib/libcurl.a" ]; then
   echo "setup_windows: building libcurl"
   dir=$(fetch curl) || exit 1
   rm -rf "$deps/build/curl"
-  cmake -S "$dir" -B "$deps/build/curl" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
+  quietly curl cmake -S "$dir" -B "$deps/build/curl" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
     -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" \
     -DBUILD_SHARED_LIBS=OFF -DBUILD_CURL_EXE=OFF -DBUILD_TESTING=OFF -DBUILD_LIBCURL_DOCS=OFF \
     -DCURL_USE_SCHANNEL=ON -DCURL_USE_OPENSSL=OFF -DCURL_ZLIB=OFF -DCURL_BROTLI=OFF -DCURL_ZSTD=OFF \
     -DUSE_NGHTTP2=OFF -DUSE_LIBIDN2=OFF -DUSE_WIN32_IDN=OFF -DCURL_USE_LIBSSH2=OFF -DCURL_USE_LIBPSL=OFF \
     -DENABLE_UNIX_SOCKETS=OFF -DCURL_DISABLE_LDAP=ON -DCURL_DISABLE_LDAPS=ON \
-    -DHTTP_ONLY=ON -DENABLE_MANUAL=OFF >/dev/null
-  cmake --build "$deps/build/curl" -j"$jobs" >/dev/null
-  cmake --install "$deps/build/curl" >/dev/null
+    -DHTTP_ONLY=ON -DENABLE_MANUAL=OFF
+  quietly curl cmake --build "$deps/build/curl" -j"$jobs"
+  quietly curl cmake --install "$deps/build/curl"
 fi
 
 # -- GoogleTest: the sources of libgtest-dev ---------------------------------
 if [ ! -f "$prefix/lib/libgtest.a" ]; then
   echo "setup_windows: building GoogleTest"
   rm -rf "$deps/build/googletest"
-  cmake -S /usr/src/googletest -B "$deps/build/googletest" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
+  quietly googletest cmake -S /usr/src/googletest -B "$deps/build/googletest" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
     -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" -DBUILD_SHARED_LIBS=OFF \
-    -Dgtest_disable_pthreads=OFF >/dev/null
-  cmake --build "$deps/build/googletest" -j"$jobs" >/dev/null
-  cmake --install "$deps/build/googletest" >/dev/null
+    -Dgtest_disable_pthreads=OFF
+  quietly googletest cmake --build "$deps/build/googletest" -j"$jobs"
+  quietly googletest cmake --install "$deps/build/googletest"
 fi
 
 echo "setup_windows: .deps/windows ready"
