@@ -6,7 +6,8 @@ namespace host {
 namespace {
 
 // The isolate's data slot that holds the object following its rejections.
-// The host makes the isolate and owns its slots.
+// The host makes the isolate and owns its slots, but the last one, which the
+// plug-in's binding keeps its mark of the isolate in.
 constexpr uint32_t rejections_slot = 0;
 
 } // namespace

@@ -28,7 +28,7 @@ void free_autoregger(ifc_autoregger* a)
 
 void ifc_autoregger::end_process(const std::exception& e)
 {
-    fprintf(stderr, "terminate called after throwing an exception\n  what():  %s\n", e.what());
+    fprintf(stderr, "module registration failed: %s\n", e.what());
     fflush(stderr);
     abort();
 }

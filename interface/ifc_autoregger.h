@@ -19,6 +19,7 @@
 #include "interface/stubsmith_interface.h"
 
 #include <exception>
+#include <stdexcept>
 
 namespace velk {
 
@@ -41,8 +42,9 @@ public:
     registration_fn registration() const { return _register; }
 
     // Ends the process as an exception that left a static initialiser would:
-    // e's text on standard error, then abort. For Windows, where static
-    // initialisers run inside the loader, which no exception may leave.
+    // "module registration failed: " and e's text on standard error, then
+    // abort. For Windows, where static initialisers run inside the loader,
+    // which no exception may leave.
     [[noreturn]] static void end_process(const std::exception& e);
 
 private:
@@ -78,6 +80,8 @@ public:
             _instance = ifc_autoregger::start(FN);
         } catch (const std::exception& e) {
             ifc_autoregger::end_process(e);
+        } catch (...) {
+            ifc_autoregger::end_process(std::runtime_error("an exception of unknown type"));
         }
 #else
         _instance = ifc_autoregger::start(FN);

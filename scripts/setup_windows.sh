@@ -102,6 +102,7 @@ quietly() {
 # -- LuaJIT: its own makefile, static --------------------------------------
 if [ ! -f "$prefix/lib/libluajit-5.1.a" ]; then
   echo "setup_windows: building LuaJIT"
+  rm -f "$deps/build/luajit.log"
   dir=$(fetch luajit) || exit 1
   make -C "$dir" -s clean >/dev/null 2>&1 || true
   quietly luajit make -C "$dir/src" -s -j"$jobs" HOST_CC=gcc CROSS=$triple- TARGET_SYS=Windows \
@@ -114,6 +115,7 @@ fi
 # -- jsoncpp: its CMake, static ---------------------------------------------
 if [ ! -f "$prefix/lib/libjsoncpp.a" ]; then
   echo "setup_windows: building jsoncpp"
+  rm -f "$deps/build/jsoncpp.log"
   dir=$(fetch libjsoncpp) || exit 1
   rm -rf "$deps/build/jsoncpp"
   quietly jsoncpp cmake -S "$dir" -B "$deps/build/jsoncpp" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
@@ -128,6 +130,7 @@ fi
 # -- libcurl: its CMake, static, HTTP only, TLS through Schannel ------------
 if [ ! -f "$prefix/lib/libcurl.a" ]; then
   echo "setup_windows: building libcurl"
+  rm -f "$deps/build/curl.log"
   dir=$(fetch curl) || exit 1
   rm -rf "$deps/build/curl"
   quietly curl cmake -S "$dir" -B "$deps/build/curl" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
@@ -144,6 +147,7 @@ fi
 # -- GoogleTest: the sources of libgtest-dev ---------------------------------
 if [ ! -f "$prefix/lib/libgtest.a" ]; then
   echo "setup_windows: building GoogleTest"
+  rm -f "$deps/build/googletest.log"
   rm -rf "$deps/build/googletest"
   quietly googletest cmake -S /usr/src/googletest -B "$deps/build/googletest" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
     -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" -DBUILD_SHARED_LIBS=OFF \

@@ -69,14 +69,14 @@ done
 
 # The host as a user runs it: a call, and the Lua example.
 host="$build/host/hostprobe.exe"
-value=$(wine64 "$host" call mersenne_twister 5489 2>&1 | tr -d '\r' || true)
+value=$(timeout 60 wine64 "$host" call mersenne_twister 5489 2>&1 | tr -d '\r' || true)
 if [ "$value" = "3499211612" ]; then
   echo "test_windows: hostprobe.exe call mersenne_twister 5489 gives 3499211612"
 else
   echo "test_windows: hostprobe.exe call mersenne_twister 5489 FAILED: '$value'"
   failed+=("hostprobe.exe call")
 fi
-if example=$(cd "$root" && wine64 "$host" run examples/probe.lua 2>&1 | tr -d '\r') &&
+if example=$(cd "$root" && timeout 60 wine64 "$host" run examples/probe.lua 2>&1 | tr -d '\r') &&
    [ "$(grep -c '^\[probe.lua\] ' <<<"$example")" = 3 ]; then
   echo "test_windows: hostprobe.exe run examples/probe.lua:"
   sed 's/^/    /' <<<"$example"

@@ -11,6 +11,10 @@
 //   velk::iref<xt::hostprobe_plugin> p;
 //   reinterpret_cast<xt::js::creator_js_fn>(velk::get_creator(xt::js::creator_js_key))(
 //       p, s, host_object, "probe", nullptr);
+//
+// Objects are made for one isolate of the process, the first one asked;
+// the binding keeps a mark in that isolate's last data slot (see
+// script_object.h), which the host must leave alone.
 #pragma once
 
 #include "bindings/js/script_source.h"

@@ -6,18 +6,19 @@
 
 namespace velk::js {
 
-uint64_t isolate_identity(v8::Isolate* isolate)
+uintptr_t isolate_identity(v8::Isolate* isolate)
 {
     const uint32_t slot = v8::Isolate::GetNumberOfDataSlots() - 1;
     if (void* mark = isolate->GetData(slot))
         return reinterpret_cast<uintptr_t>(mark);
     // Random rather than counted: each module would count from its own
-    // start, and two of them would mark two isolates alike.
+    // start, and two of them would mark two isolates alike. As wide as the
+    // slot, so that what is read back is what was made.
     std::random_device source;
-    uint64_t mark = 0;
+    uintptr_t mark = 0;
     while (mark == 0)
-        mark = (uint64_t(source()) << 32) ^ source();
-    isolate->SetData(slot, reinterpret_cast<void*>(uintptr_t(mark)));
+        mark = static_cast<uintptr_t>((uint64_t(source()) << 32) ^ source());
+    isolate->SetData(slot, reinterpret_cast<void*>(mark));
     return mark;
 }
 

@@ -57,7 +57,7 @@ void throw_null_interface(v8::Isolate* isolate, const char* full_name);
 // What tells isolate from every other isolate of the process, the disposed
 // ones too: a random mark kept in its last data slot, made on the first ask.
 // Every module with the binding reads the same mark. Never 0.
-uint64_t isolate_identity(v8::Isolate* isolate);
+uintptr_t isolate_identity(v8::Isolate* isolate);
 
 template <class D>
 class script_object
@@ -181,7 +181,7 @@ private:
             const function_entry* f = D::functions(count);
             handle.Set(i, build_object_template(i, D::name(), f, count));
         }
-        uint64_t identity;
+        uintptr_t identity;
         // Eternal: kept for the rest of the isolate's life, with no
         // disposal for the module's static destruction to get wrong.
         v8::Eternal<v8::ObjectTemplate> handle;

@@ -227,9 +227,10 @@ TEST(PluginCycles, AThousandLoadsWithScriptCallsLeaveNeitherMemoryNorKeys)
     RecordProperty("resident_after_last", std::to_string(last));
     printf("resident memory: %ld KiB after cycle %d, %ld KiB after cycle %d\n", settled >> 10, settled_cycle,
            last >> 10, cycles);
-    if (resident_memory_tells)
+    if (resident_memory_tells) {
         EXPECT_LE(last - settled, allowed_growth)
             << "resident memory grew by " << ((last - settled) >> 10) << " KiB from cycle " << settled_cycle
             << " to " << cycles;
+    }
     host.tear_down();
 }

@@ -14,4 +14,16 @@
 #define WIN32_LEAN_AND_MEAN
 #endif
 #include <windows.h>
+
+namespace velk::testing {
+
+// Whether the program runs under wine rather than Windows: its ntdll has an
+// export of its own. For the few cases where wine answers differently.
+inline bool under_wine()
+{
+    HMODULE ntdll = GetModuleHandleA("ntdll.dll");
+    return ntdll && GetProcAddress(ntdll, "wine_get_version");
+}
+
+} // namespace velk::testing
 #endif

@@ -59,7 +59,7 @@ std::string create_in(v8::Isolate* isolate)
 TEST(IsolateIdentity, IsAMarkThatStaysWithTheIsolate)
 {
     own_isolate a;
-    uint64_t first = velk::js::isolate_identity(a.isolate);
+    uintptr_t first = velk::js::isolate_identity(a.isolate);
     EXPECT_NE(first, 0u);
     EXPECT_EQ(velk::js::isolate_identity(a.isolate), first);
     EXPECT_NE(velk::js::isolate_identity(js_environment::isolate()), first);

@@ -3,6 +3,8 @@
 // start and empty parts.
 #include "comm/dir/path_algebra.h"
 
+#include "tests/support/path_forms.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -18,7 +20,8 @@ using velk::token;
 
 namespace {
 
-constexpr bool slash_is_root = path_algebra::separator == '/';
+using velk::testing::no_slash_root;
+using velk::testing::slash_is_root;
 
 // text with each "%" turned into the system's separator.
 std::string sys(std::string text)
@@ -90,7 +93,7 @@ TEST(PathAlgebra, IsAbsolutePathFailsForAnEmptyPath)
 TEST(PathAlgebra, IsAbsolutePathTakesALeadingSlashForTheRoot)
 {
     if (!slash_is_root)
-        GTEST_SKIP() << "a leading \"/\" is the root only where \"/\" is the separator";
+        GTEST_SKIP() << no_slash_root;
     EXPECT_TRUE(path_algebra::is_absolute_path("/"));
 }
 
@@ -439,7 +442,7 @@ TEST_P(PathAlgebraTable, GivesTheExpectedResultAndText)
 {
     const algebra_case& c = GetParam();
     if (c.slash_root && !slash_is_root)
-        GTEST_SKIP() << "a leading \"/\" is the root only where \"/\" is the separator";
+        GTEST_SKIP() << no_slash_root;
     std::string text;
     int result = run(c, text);
     EXPECT_EQ(result, c.result) << c.a << " | " << c.b;
